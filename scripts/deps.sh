@@ -1,0 +1,20 @@
+#!/usr/bin/env bash
+# Installs, from Debian's packages, whatever of the build and test
+# dependencies this machine lacks. Nothing is downloaded from elsewhere.
+set -euo pipefail
+
+pkgs=(cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev
+      libeigen3-dev libopencv-dev libcli11-dev ffmpeg imagemagick)
+
+missing=()
+for p in "${pkgs[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+
+if [ ${#missing[@]} -gt 0 ]; then
+  echo "deps: installing ${missing[*]}"
+  sudo=""
+  [ "$(id -u)" -ne 0 ] && sudo="sudo"
+  $sudo apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+fi

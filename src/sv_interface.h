@@ -1,0 +1,90 @@
+// svcompose: the host interface.
+//
+// A host calls sv_init once with the three configuration files and the
+// camera and output sizes, then sv_convert_image once per frame set (four
+// packed YUYV frames back to back), and sv_deinit at the end. The three
+// functions have C linkage so a plain C host can include this header.
+#ifndef SV_INTERFACE_H
+#define SV_INTERFACE_H
+
+#include "sv_export.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+// Returns 0 on success, -1 when a configuration file cannot be read, lacks
+// a required entry or holds a value the frame cycle cannot run with.
+SV_EXPORT int sv_init(const char* ctrlPath, const char* statPath,
+                      const char* settingPath, int widthIn, int heightIn,
+                      int outW, int outH);
+
+// input: 8 * WidthIn * HeightIn bytes (cameras 0..3, YUYV).
+// output: OutW * OutH * 3 / 2 bytes of NV12; pixels no camera covers are
+// left as the caller had them. The two integers are accepted and unused.
+// Always returns 0.
+SV_EXPORT int sv_convert_image(unsigned char* input, int inputSize,
+                               unsigned char* output, int outputSize);
+
+// Releases what sv_init allocated. Always returns 0.
+SV_EXPORT int sv_deinit(void);
+
+#ifdef __cplusplus
+}  // extern "C"
+
+#include <cstdio>
+
+#include "sv_types.h"
+
+// Sizes, frame counter and image set.
+SV_EXPORT extern int WidthIn;
+SV_EXPORT extern int HeightIn;
+SV_EXPORT extern int OutW;
+SV_EXPORT extern int OutH;
+SV_EXPORT extern int STATW;
+SV_EXPORT extern int STATH;
+SV_EXPORT extern int g_iter;
+SV_EXPORT extern unsigned char* YUVarray[4];
+
+// Corrections: gains in Q10 (1024 = 1.0), index camera * 3 + channel;
+// tone-curve levels at inputs 64/128/192, index camera * 9 + channel * 3 + k.
+SV_EXPORT extern int gain[12];
+SV_EXPORT extern int tcurve[36];
+SV_EXPORT extern int gain_cur[12];
+SV_EXPORT extern int tcurve_cur[36];
+
+SV_EXPORT extern tag_CtrlPara Parameter;
+SV_EXPORT extern tag_StatPara ParaStat;
+
+// The thirteen settings of the setting file.
+SV_EXPORT extern int g_hfreq;
+SV_EXPORT extern unsigned char g_VL;
+SV_EXPORT extern unsigned char g_VH;
+SV_EXPORT extern int g_rto;
+SV_EXPORT extern int g_TolL;
+SV_EXPORT extern int g_TolH;
+SV_EXPORT extern int g_DS;
+SV_EXPORT extern int g_nData;
+SV_EXPORT extern float g_beta;
+SV_EXPORT extern int g_bdr;
+SV_EXPORT extern int g_bdh;
+SV_EXPORT extern float g_mgn;
+SV_EXPORT extern int g_S;
+
+// Configuration readers. Each prints its own messages on stdout and returns
+// true when the file was opened and every tag was found.
+SV_EXPORT bool ReadInTable(char* path, tag_CtrlPara* record);
+SV_EXPORT bool ReadInTable(char* path, tag_StatPara* record);
+SV_EXPORT bool ReadInSetting(char* path, int& StatFreq, unsigned char& StatL,
+                             unsigned char& StatH, int& ThresRatio,
+                             int& ThresL, int& ThresH, int& DSIntvl,
+                             int& nDataL, float& beta, int& tcRatio, int& tcH,
+                             float& gMgn, int& Spd);
+
+// Opens like fopen and stores the stream (or null) in *stream; always
+// returns 0, so callers test the stream.
+SV_EXPORT int fopen_s(FILE** stream, const char* path, const char* mode);
+
+#endif  // __cplusplus
+
+#endif
