@@ -1,0 +1,1 @@
+// placeholder: the rig library fills this folder
