@@ -1,1 +1,471 @@
-// placeholder until this module lands
+// Global state, the three configuration readers and the frame cycle.
+#include "sv_interface.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <vector>
+
+#include "img_fmt_trans.h"
+#include "pipe/calib_GT.h"
+#include "pipe/data_processing.h"
+
+int WidthIn = 0;
+int HeightIn = 0;
+int OutW = 1280;
+int OutH = 800;
+int STATW = 128;
+int STATH = 168;
+int g_iter = 0;
+unsigned char* YUVarray[4] = {nullptr, nullptr, nullptr, nullptr};
+
+int gain[12] = {};
+int tcurve[36] = {};
+int gain_cur[12] = {1024, 1024, 1024, 1024, 1024, 1024,
+                    1024, 1024, 1024, 1024, 1024, 1024};
+int tcurve_cur[36] = {64, 128, 192, 64, 128, 192, 64, 128, 192,
+                      64, 128, 192, 64, 128, 192, 64, 128, 192,
+                      64, 128, 192, 64, 128, 192, 64, 128, 192,
+                      64, 128, 192, 64, 128, 192, 64, 128, 192};
+
+tag_CtrlPara Parameter = {};
+tag_StatPara ParaStat = {};
+
+int g_hfreq = 1;
+unsigned char g_VL = 8;
+unsigned char g_VH = 248;
+int g_rto = 14;
+int g_TolL = 16;
+int g_TolH = 128;
+int g_DS = 4;
+int g_nData = 4;
+float g_beta = 0.1f;
+int g_bdr = 4;
+int g_bdh = 16;
+float g_mgn = 0.05f;
+int g_S = 1;
+
+namespace {
+
+// Set by a successful sv_init, cleared when the buffers go away.
+bool s_ready = false;
+
+const int kMaxOutW = 1280;     // the composition's chroma cache width
+const int kMaxInterval = 8;    // node spacing up to 256 pixels
+
+// ---- Text files -----------------------------------------------------------
+
+// Reads the whole stream into one zero-terminated buffer and blanks every
+// "#" comment up to (not including) its line feed. Null when the file cannot
+// be measured or read; the stream is closed either way.
+std::unique_ptr<char[]> LoadText(FILE* f) {
+    std::unique_ptr<char[]> text;
+    long len = -1;
+    if (std::fseek(f, 0, SEEK_END) == 0) len = std::ftell(f);
+    if (len >= 0 && len < INT_MAX && std::fseek(f, 0, SEEK_SET) == 0)
+        text.reset(new (std::nothrow) char[len + 1]);
+    if (text) {
+        const size_t got = std::fread(text.get(), 1, static_cast<size_t>(len), f);
+        if (std::ferror(f)) {
+            text.reset();
+        } else {
+            text[got] = '\0';
+            for (size_t i = 0; i < got; ++i)
+                if (text[i] == '#')
+                    for (; i < got && text[i] != '\n'; ++i) text[i] = ' ';
+        }
+    }
+    std::fclose(f);
+    return text;
+}
+
+// Scalar entries: the first occurrence of the tag anywhere in the text,
+// scanned right after it ("%d" and "%f" skip the white space that the
+// formats "Tag: %d" and "Key=%d" allow). A value that does not parse leaves
+// the destination alone.
+struct TagScanner {
+    const char* text;
+    const char* kind;  // "control" or "parameter", as the messages name it
+    bool ok;
+
+    const char* Find(const char* tag) {
+        const char* at = std::strstr(text, tag);
+        if (at) return at + std::strlen(tag);
+        std::printf("error! miss %.*s tag in %s file\n",
+                    static_cast<int>(std::strlen(tag)) - 1, tag, kind);
+        ok = false;
+        return nullptr;
+    }
+    void Scan(const char* tag, int& dst) {
+        if (const char* v = Find(tag)) std::sscanf(v, "%d", &dst);
+    }
+    void Scan(const char* tag, float& dst) {
+        if (const char* v = Find(tag)) std::sscanf(v, "%f", &dst);
+    }
+};
+
+// ---- Mesh tables ----------------------------------------------------------
+
+const char kSeparators[] = " ,;{}\t\n";
+
+// strtok's splitting (runs of separators collapse, tokens cut in place)
+// without its hidden global cursor. Null once the text has ended.
+char* NextToken(char*& cursor) {
+    char* tok = cursor + std::strspn(cursor, kSeparators);
+    if (*tok == '\0') {
+        cursor = tok;
+        return nullptr;
+    }
+    char* end = tok + std::strcspn(tok, kSeparators);
+    cursor = *end ? end + 1 : end;
+    *end = '\0';
+    return tok;
+}
+
+// Reads tmp.size() values from consecutive tokens (leading digits of each
+// token count, a token that does not parse gives 0) and copies them to dst
+// only when the text held them all. tok is left on the token after the last
+// value.
+bool ReadValues(char*& tok, char*& cursor, std::vector<int>& tmp, int* dst) {
+    std::fill(tmp.begin(), tmp.end(), 0);
+    for (int& v : tmp) {
+        if (!tok) return false;
+        std::sscanf(tok, "%d", &v);
+        tok = NextToken(cursor);
+    }
+    std::copy(tmp.begin(), tmp.end(), dst);
+    return true;
+}
+
+// Room is counted in nodes: (size / 8 + 3) per direction, as sv_init
+// allocates it. 64-bit so that a host-set size cannot overflow.
+long long RoomNodes(int size) { return static_cast<long long>(size) / 8 + 3; }
+
+// The composition admits the last cell row, whose lower corners lie one node
+// row past the table; the storage keeps a spare row beyond the room, filled
+// with invalid nodes, so that read stays inside the array and renders
+// nothing.
+long long AllocatedNodes(int w, int h) { return RoomNodes(w) * (RoomNodes(h) + 1); }
+
+bool NoStorage(const char* kind) {
+    std::printf("error! no storage for TB1 and TB2 in %s file\n", kind);
+    return false;
+}
+
+// Reads the "TB1:" and "TB2:" sections into tb1 and tb2, refusing a node
+// count that is not positive or does not fit the room.
+bool ReadMeshTables(char* text, int tableW, int tableH, int roomW, int roomH,
+                    const char* kind, int* tb1, int* tb2) {
+    const long long nodes = static_cast<long long>(tableW) * tableH;
+    if (tableW <= 0 || tableH <= 0) {
+        std::printf("error! TableWidth x TableHeight (%d x %d) is not a positive node count in %s file\n",
+                    tableW, tableH, kind);
+        return false;
+    }
+    if (nodes > RoomNodes(roomW) * RoomNodes(roomH) || nodes > INT_MAX / 4) {
+        std::printf("error! TableWidth x TableHeight (%d x %d) exceeds the %lld x %lld nodes allocated in %s file\n",
+                    tableW, tableH, RoomNodes(roomW), RoomNodes(roomH), kind);
+        return false;
+    }
+    if (nodes + tableW > AllocatedNodes(roomW, roomH)) {
+        std::printf("error! TableWidth x TableHeight (%d x %d) leaves no spare node row in %s file\n",
+                    tableW, tableH, kind);
+        return false;
+    }
+    if (!tb1 || !tb2) return NoStorage(kind);
+    std::vector<int> tmp(static_cast<size_t>(nodes) * 4);
+    char* cursor = nullptr;
+    char* tok = nullptr;
+    bool ok = false;
+    if (char* at = std::strstr(text, "TB1:")) {
+        // The header is "TB1:" plus three characters of any kind.
+        cursor = at + std::min<size_t>(7, std::strlen(at));
+        tok = NextToken(cursor);
+        ok = ReadValues(tok, cursor, tmp, tb1);
+    }
+    if (!ok) {
+        std::puts("error! TB1 tag in control file");
+        tok = nullptr;
+    }
+    // The token after the TB1 values stands for the "TB2:" header.
+    if (tok) tok = NextToken(cursor);
+    if (!ReadValues(tok, cursor, tmp, tb2)) {
+        std::puts("error! TB2 tag in control file");
+        ok = false;
+    }
+    return ok;
+}
+
+std::unique_ptr<char[]> OpenTable(FILE* f) {
+    std::unique_ptr<char[]> text = f ? LoadText(f) : nullptr;
+    if (!text) std::puts("Load table file error!");
+    return text;
+}
+
+// ---- sv_init checks -------------------------------------------------------
+
+bool EvenPositive(int w, int h) { return w > 0 && h > 0 && w % 2 == 0 && h % 2 == 0; }
+
+// Sizes the frame cycle can run with: even (the conversion walks pixel
+// pairs), an output no wider than the composition's cache, and every buffer
+// size and offset within 32 bits.
+bool SizesUsable(int wIn, int hIn, int outW, int outH) {
+    bool ok = true;
+    if (!EvenPositive(wIn, hIn)) {
+        std::printf("error! camera size %d x %d is not positive and even\n", wIn, hIn);
+        ok = false;
+    } else if (8LL * wIn * hIn > INT_MAX) {
+        std::printf("error! camera size %d x %d too large\n", wIn, hIn);
+        ok = false;
+    }
+    if (!EvenPositive(outW, outH)) {
+        std::printf("error! output size %d x %d is not positive and even\n", outW, outH);
+        ok = false;
+    } else if (outW > kMaxOutW) {
+        std::printf("error! output width %d above %d\n", outW, kMaxOutW);
+        ok = false;
+    } else if (3LL * outW * outH > INT_MAX) {
+        std::printf("error! output size %d x %d too large\n", outW, outH);
+        ok = false;
+    }
+    return ok;
+}
+
+// Both tables interpolate with one shift for both directions.
+bool IntervalsUsable(int ix, int iy, const char* kind) {
+    if (ix != iy) {
+        std::printf("error! IntervalX %d differs from IntervalY %d in %s file\n", ix, iy, kind);
+        return false;
+    }
+    if (ix < 0 || ix > kMaxInterval) {
+        std::printf("error! IntervalX %d outside 0..%d in %s file\n", ix, kMaxInterval, kind);
+        return false;
+    }
+    return true;
+}
+
+bool AtLeast(int value, int low, const char* name, const char* kind) {
+    if (value >= low) return true;
+    std::printf("error! %s %d below %d in %s file\n", name, value, low, kind);
+    return false;
+}
+
+bool ControlUsable(const tag_CtrlPara& p) {
+    bool ok = AtLeast(p.ZoomFactorX, 1, "ZoomFactorX", "control");
+    ok = AtLeast(p.ZoomFactorY, 1, "ZoomFactorY", "control") && ok;
+    ok = AtLeast(p.ROIStartX, 0, "ROIStartX", "control") && ok;
+    ok = AtLeast(p.ROIStartY, 0, "ROIStartY", "control") && ok;
+    return IntervalsUsable(p.IntervalX, p.IntervalY, "control") && ok;
+}
+
+// Both divide in the frame cycle.
+bool SettingsUsable() {
+    const bool ok = AtLeast(g_hfreq, 1, "StatFreq", "parameter");
+    return AtLeast(g_S, 1, "Spd", "parameter") && ok;
+}
+
+int Rejected(const char* path) {
+    std::printf("Read setting file %s error!\n", path ? path : "(null)");
+    return -1;
+}
+
+int OutOfMemory() {
+    std::puts("error! out of memory in sv_init");
+    return -1;
+}
+
+bool AllocTables(int*& tb1, int*& tb2, int w, int h) {
+    const size_t n = static_cast<size_t>(AllocatedNodes(w, h)) * 4;
+    tb1 = new (std::nothrow) int[n];
+    tb2 = new (std::nothrow) int[n];
+    if (!tb1 || !tb2) return false;
+    // Negative SrcX/SrcY: whatever the file does not fill is never sampled.
+    std::fill(tb1, tb1 + n, -1);
+    std::fill(tb2, tb2 + n, -1);
+    return true;
+}
+
+template <typename T>
+void Release(T*& p) {
+    delete[] p;
+    p = nullptr;
+}
+
+void ReleaseBuffers() {
+    Release(Parameter.TB1);
+    Release(Parameter.TB2);
+    Release(ParaStat.TB1);
+    Release(ParaStat.TB2);
+    for (unsigned char*& image : YUVarray) Release(image);
+    s_ready = false;
+}
+
+// cur moves 1/S of the way to target, rounding halves up:
+// (cur * (S - 1) + target + S / 2) / S, truncating toward zero. The 64-bit
+// intermediate only matters where 32 bits would overflow.
+void Blend(int* cur, const int* target, int count, int S) {
+    for (int i = 0; i < count; ++i)
+        cur[i] = static_cast<int>((static_cast<long long>(cur[i]) * (S - 1) + target[i] + S / 2) / S);
+}
+
+}  // namespace
+
+int fopen_s(FILE** stream, const char* path, const char* mode) {
+    if (stream) *stream = path && mode ? std::fopen(path, mode) : nullptr;
+    return 0;
+}
+
+bool ReadInTable(char* path, tag_CtrlPara* record) {
+    std::unique_ptr<char[]> text = OpenTable(path ? std::fopen(path, "r") : nullptr);
+    if (!text) return false;
+    if (!record) return NoStorage("control");
+    static const struct {
+        const char* tag;
+        int tag_CtrlPara::*field;
+    } kTags[] = {
+        {"OutImgWidth:", &tag_CtrlPara::OutImgWidth}, {"OutImgHeight:", &tag_CtrlPara::OutImgHeight},
+        {"DispCoorY:", &tag_CtrlPara::DispCoorY},     {"DispCoorX:", &tag_CtrlPara::DispCoorX},
+        {"ROIStartY:", &tag_CtrlPara::ROIStartY},     {"ROIEndY:", &tag_CtrlPara::ROIEndY},
+        {"ROIStartX:", &tag_CtrlPara::ROIStartX},     {"ROIEndX:", &tag_CtrlPara::ROIEndX},
+        {"ZoomFactorY:", &tag_CtrlPara::ZoomFactorY}, {"ZoomFactorX:", &tag_CtrlPara::ZoomFactorX},
+        {"TableWidth:", &tag_CtrlPara::TableWidth},   {"TableHeight:", &tag_CtrlPara::TableHeight},
+        {"IntervalX:", &tag_CtrlPara::IntervalX},     {"IntervalY:", &tag_CtrlPara::IntervalY},
+        {"L1:", &tag_CtrlPara::L1}, {"L2:", &tag_CtrlPara::L2},
+        {"H1:", &tag_CtrlPara::H1}, {"H2:", &tag_CtrlPara::H2},
+    };
+    TagScanner s{text.get(), "control", true};
+    for (const auto& t : kTags) s.Scan(t.tag, record->*t.field);
+    const bool tables = ReadMeshTables(text.get(), record->TableWidth, record->TableHeight,
+                                       OutW, OutH, "control", record->TB1, record->TB2);
+    return tables && s.ok;
+}
+
+bool ReadInTable(char* path, tag_StatPara* record) {
+    FILE* f = nullptr;
+    fopen_s(&f, path, "r");
+    std::unique_ptr<char[]> text = OpenTable(f);
+    if (!text) return false;
+    if (!record) return NoStorage("statistics");
+    // The statistics file reports missing tags in the control file's words.
+    TagScanner s{text.get(), "control", true};
+    s.Scan("OutImgWidth:", record->OutImgWidth);
+    s.Scan("OutImgHeight:", record->OutImgHeight);
+    s.Scan("TableWidth:", record->TableWidth);
+    s.Scan("TableHeight:", record->TableHeight);
+    s.Scan("IntervalX:", record->IntervalX);
+    s.Scan("IntervalY:", record->IntervalY);
+    const bool tables = ReadMeshTables(text.get(), record->TableWidth, record->TableHeight,
+                                       STATW, STATH, "statistics", record->TB1, record->TB2);
+    return tables && s.ok;
+}
+
+bool ReadInSetting(char* path, int& StatFreq, unsigned char& StatL,
+                   unsigned char& StatH, int& ThresRatio, int& ThresL,
+                   int& ThresH, int& DSIntvl, int& nDataL, float& beta,
+                   int& tcRatio, int& tcH, float& gMgn, int& Spd) {
+    FILE* f = nullptr;
+    fopen_s(&f, path, "r");
+    std::unique_ptr<char[]> text = f ? LoadText(f) : nullptr;
+    if (!text) {
+        std::puts("Load setting file error!");
+        return false;
+    }
+    TagScanner s{text.get(), "parameter", true};
+    // StatL and StatH share one temporary and keep its low 8 bits.
+    int level = 0;
+    auto scanLevel = [&](const char* key, unsigned char& dst) {
+        if (const char* v = s.Find(key))
+            if (std::sscanf(v, "%d", &level) == 1) dst = static_cast<unsigned char>(level & 0xFF);
+    };
+    s.Scan("StatFreq=", StatFreq);
+    scanLevel("StatL=", StatL);
+    scanLevel("StatH=", StatH);
+    s.Scan("ThresRatio=", ThresRatio);
+    s.Scan("ThresL=", ThresL);
+    s.Scan("ThresH=", ThresH);
+    s.Scan("DSIntvl=", DSIntvl);
+    s.Scan("nDataL=", nDataL);
+    s.Scan("beta=", beta);
+    s.Scan("DSIntvl=", DSIntvl);  // read twice on purpose
+    s.Scan("tcRatio=", tcRatio);
+    s.Scan("tcH=", tcH);
+    s.Scan("gMgn=", gMgn);
+    s.Scan("Spd=", Spd);
+    return s.ok;
+}
+
+extern "C" int sv_init(const char* ctrlPath, const char* statPath,
+                       const char* settingPath, int widthIn, int heightIn,
+                       int outW, int outH) {
+    ReleaseBuffers();  // a repeated sv_init must not leak the previous run
+    if (!SizesUsable(widthIn, heightIn, outW, outH)) return -1;
+    WidthIn = widthIn;
+    HeightIn = heightIn;
+    OutW = outW;
+    OutH = outH;
+    STATW = 128;
+    STATH = 168;
+
+    if (!AllocTables(Parameter.TB1, Parameter.TB2, OutW, OutH)) return OutOfMemory();
+    if (!ReadInTable(const_cast<char*>(ctrlPath), &Parameter) || !ControlUsable(Parameter))
+        return Rejected(ctrlPath);
+
+    if (!AllocTables(ParaStat.TB1, ParaStat.TB2, STATW, STATH)) return OutOfMemory();
+    if (!ReadInTable(const_cast<char*>(statPath), &ParaStat) ||
+        !IntervalsUsable(ParaStat.IntervalX, ParaStat.IntervalY, "statistics"))
+        return Rejected(statPath);
+
+    if (!ReadInSetting(const_cast<char*>(settingPath), g_hfreq, g_VL, g_VH, g_rto, g_TolL,
+                       g_TolH, g_DS, g_nData, g_beta, g_bdr, g_bdh, g_mgn, g_S) ||
+        !SettingsUsable())
+        return Rejected(settingPath);
+
+    for (unsigned char*& image : YUVarray) {
+        image = new (std::nothrow) unsigned char[(WidthIn * HeightIn * 3) / 2];
+        if (!image) return OutOfMemory();
+    }
+    g_iter = 0;
+    s_ready = true;
+    return 0;
+}
+
+extern "C" int sv_convert_image(unsigned char* input, int, unsigned char* output, int) {
+    if (!s_ready) {
+        std::puts("error! sv_convert_image called without a successful sv_init");
+        return 0;
+    }
+    if (!input || !output) {
+        std::puts("error! sv_convert_image needs an input and an output buffer");
+        return 0;
+    }
+    // The settings are exported globals; a host may have changed them.
+    if (g_hfreq < 1 || g_S < 1) {
+        std::printf("error! StatFreq %d and Spd %d must be at least 1\n", g_hfreq, g_S);
+        return 0;
+    }
+    const int frameBytes = 2 * WidthIn * HeightIn;
+    for (int k = 0; k < 4; ++k)
+        YUYV_I420(reinterpret_cast<char*>(input + k * frameBytes),
+                  reinterpret_cast<char*>(YUVarray[k]), WidthIn, HeightIn, 3, 1);
+
+    if (g_iter - (g_iter / g_hfreq) * g_hfreq == 0)
+        CalibGT(YUVarray, WidthIn, HeightIn, ParaStat, gain, tcurve, g_VL, g_VH, g_rto,
+                g_TolL, g_TolH, g_DS, g_nData, g_beta, g_bdr, g_bdh, g_mgn);
+
+    Blend(gain_cur, gain, 12, g_S);
+    Blend(tcurve_cur, tcurve, 36, g_S);
+
+    // 64: spacing of the tone-curve knots; 8: bits per sample.
+    DataProcessing(YUVarray, WidthIn, HeightIn, output, OutW, OutH, &Parameter,
+                   gain_cur, tcurve_cur, 64, 8);
+    // Wraps instead of overflowing after 2^31 frames.
+    g_iter = static_cast<int>(static_cast<unsigned>(g_iter) + 1u);
+    return 0;
+}
+
+extern "C" int sv_deinit(void) {
+    ReleaseBuffers();
+    return 0;
+}
