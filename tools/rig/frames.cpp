@@ -1,0 +1,312 @@
+#include "rig/frames.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include <opencv2/imgcodecs.hpp>
+
+#include "pipe/data_processing.h"
+
+namespace rig {
+
+namespace {
+
+// Quotes a path for /bin/sh.
+std::string sh_quote(const std::string& s) {
+    std::string q = "'";
+    for (char c : s) {
+        if (c == '\'')
+            q += "'\\''";
+        else
+            q += c;
+    }
+    return q + "'";
+}
+
+// A fresh temporary file for a child's stderr; empty on failure.
+std::string temp_log_path() {
+    std::string tmpl =
+        (std::filesystem::temp_directory_path() / "svcompose-XXXXXX").string();
+    int fd = mkstemp(tmpl.data());
+    if (fd < 0) return "";
+    close(fd);
+    return tmpl;
+}
+
+// First line of a child's stderr log, then removes the log.
+std::string take_first_line(const std::string& log) {
+    if (log.empty()) return "";
+    std::ifstream in(log);
+    std::string line;
+    std::getline(in, line);
+    in.close();
+    std::remove(log.c_str());
+    return line;
+}
+
+std::string with_reason(const std::string& what, const std::string& reason) {
+    return reason.empty() ? what : what + ": " + reason;
+}
+
+}  // namespace
+
+void bgr_to_yuyv(const cv::Mat& bgr, uint8_t* dst) {
+    CV_Assert(bgr.type() == CV_8UC3 && bgr.cols % 2 == 0);
+    for (int y = 0; y < bgr.rows; ++y) {
+        const uint8_t* p = bgr.ptr<uint8_t>(y);
+        uint8_t* d = dst + size_t(y) * bgr.cols * 2;
+        for (int x = 0; x < bgr.cols; x += 2, p += 6, d += 4) {
+            int y0, u0, v0, y1, u1, v1;
+            RGB2YUV(p[2], p[1], p[0], y0, u0, v0, 8, 8);
+            RGB2YUV(p[5], p[4], p[3], y1, u1, v1, 8, 8);
+            d[0] = uint8_t(y0);
+            d[1] = uint8_t((u0 + u1 + 1) >> 1);  // mean, halves up
+            d[2] = uint8_t(y1);
+            d[3] = uint8_t((v0 + v1 + 1) >> 1);
+        }
+    }
+}
+
+cv::Mat yuyv_to_bgr(const uint8_t* src, int w, int h) {
+    cv::Mat bgr(h, w, CV_8UC3);
+    for (int y = 0; y < h; ++y) {
+        const uint8_t* s = src + size_t(y) * w * 2;
+        uint8_t* p = bgr.ptr<uint8_t>(y);
+        for (int x = 0; x < w; x += 2, s += 4, p += 6) {
+            int r, g, b;
+            YUV2RGB(s[0], s[1], s[3], r, g, b, 8, 8);
+            p[0] = uint8_t(b), p[1] = uint8_t(g), p[2] = uint8_t(r);
+            YUV2RGB(s[2], s[1], s[3], r, g, b, 8, 8);
+            p[3] = uint8_t(b), p[4] = uint8_t(g), p[5] = uint8_t(r);
+        }
+    }
+    return bgr;
+}
+
+void bgr_to_nv12(const cv::Mat& bgr, uint8_t* dst) {
+    CV_Assert(bgr.type() == CV_8UC3 && bgr.cols % 2 == 0 && bgr.rows % 2 == 0);
+    const int w = bgr.cols;
+    uint8_t* chroma = dst + size_t(w) * bgr.rows;
+    for (int y = 0; y < bgr.rows; ++y) {
+        const uint8_t* p = bgr.ptr<uint8_t>(y);
+        uint8_t* luma = dst + size_t(y) * w;
+        uint8_t* uv = chroma + size_t(y / 2) * w;
+        for (int x = 0; x < w; ++x, p += 3) {
+            int Y, U, V;
+            RGB2YUV(p[2], p[1], p[0], Y, U, V, 8, 8);
+            luma[x] = uint8_t(Y);
+            if ((x | y) % 2 == 0) {
+                uv[x] = uint8_t(U);
+                uv[x + 1] = uint8_t(V);
+            }
+        }
+    }
+}
+
+cv::Mat nv12_to_bgr(const uint8_t* src, int w, int h) {
+    cv::Mat bgr(h, w, CV_8UC3);
+    const uint8_t* chroma = src + size_t(w) * h;
+    for (int y = 0; y < h; ++y) {
+        const uint8_t* luma = src + size_t(y) * w;
+        const uint8_t* uv = chroma + size_t(y / 2) * w;
+        uint8_t* p = bgr.ptr<uint8_t>(y);
+        for (int x = 0; x < w; ++x, p += 3) {
+            const int c = x & ~1;
+            int r, g, b;
+            YUV2RGB(luma[x], uv[c], uv[c + 1], r, g, b, 8, 8);
+            p[0] = uint8_t(b), p[1] = uint8_t(g), p[2] = uint8_t(r);
+        }
+    }
+    return bgr;
+}
+
+bool check_file(const std::string& path, std::string& err) {
+    std::error_code ec;
+    if (std::filesystem::is_regular_file(path, ec)) return true;
+    err = "cannot read " + path + ": no such file";
+    return false;
+}
+
+std::string size_text(cv::Size size) {
+    return std::to_string(size.width) + "x" + std::to_string(size.height);
+}
+
+bool parse_size(const std::string& text, cv::Size& size) {
+    int w = 0, h = 0;
+    char tail = 0;
+    if (std::sscanf(text.c_str(), "%dx%d%c", &w, &h, &tail) != 2) return false;
+    if (w <= 0 || h <= 0) return false;
+    size = cv::Size(w, h);
+    return true;
+}
+
+RawFrameSetReader::~RawFrameSetReader() {
+    if (file_) std::fclose(file_);
+}
+
+bool RawFrameSetReader::open(const std::string& path, int w, int h,
+                             std::string& err) {
+    if (!check_file(path, err)) return false;
+    std::error_code ec;
+    const auto size = std::filesystem::file_size(path, ec);
+    bytes_ = frame_set_bytes(w, h);
+    if (size == 0) {
+        err = path + " is empty";
+        return false;
+    }
+    if (size % bytes_ != 0) {
+        err = path + " is truncated: " + std::to_string(size) + " bytes is not a whole number of " +
+              size_text({w, h}) + " frame sets (" + std::to_string(bytes_) + " bytes each)";
+        return false;
+    }
+    file_ = std::fopen(path.c_str(), "rb");
+    if (!file_) {
+        err = "cannot read " + path;
+        return false;
+    }
+    frames_ = long(size / bytes_);
+    return true;
+}
+
+bool RawFrameSetReader::read(uint8_t* dst) {
+    return file_ && std::fread(dst, 1, bytes_, file_) == bytes_;
+}
+
+RawWriter::~RawWriter() {
+    if (file_) std::fclose(file_);
+}
+
+bool RawWriter::open(const std::string& path, std::string& err) {
+    path_ = path;
+    file_ = std::fopen(path.c_str(), "wb");
+    if (!file_) err = "cannot write " + path;
+    return file_ != nullptr;
+}
+
+bool RawWriter::write(const uint8_t* data, size_t bytes, std::string& err) {
+    if (file_ && std::fwrite(data, 1, bytes, file_) == bytes) return true;
+    err = "cannot write " + path_;
+    return false;
+}
+
+bool RawWriter::close(std::string& err) {
+    if (!file_) return true;
+    const bool ok = std::fclose(file_) == 0;
+    file_ = nullptr;
+    if (!ok) err = "cannot write " + path_;
+    return ok;
+}
+
+bool have_program(const char* name) {
+    const char* path = std::getenv("PATH");
+    if (!path) return false;
+    std::string dirs = path;
+    size_t start = 0;
+    while (start <= dirs.size()) {
+        size_t end = dirs.find(':', start);
+        if (end == std::string::npos) end = dirs.size();
+        std::string dir = dirs.substr(start, end - start);
+        if (dir.empty()) dir = ".";
+        const std::string file = dir + "/" + name;
+        struct stat st;
+        if (stat(file.c_str(), &st) == 0 && S_ISREG(st.st_mode) &&
+            access(file.c_str(), X_OK) == 0)
+            return true;
+        start = end + 1;
+    }
+    return false;
+}
+
+bool probe_video_size(const std::string& path, cv::Size& size,
+                      std::string& err) {
+    const std::string log = temp_log_path();
+    const std::string cmd =
+        "ffprobe -v error -select_streams v:0 -show_entries stream=width,height "
+        "-of csv=p=0 " + sh_quote(path) + " 2>" + (log.empty() ? "/dev/null" : sh_quote(log));
+    FILE* p = popen(cmd.c_str(), "r");
+    int w = 0, h = 0;
+    const bool parsed = p && std::fscanf(p, "%d,%d", &w, &h) == 2 && w > 0 && h > 0;
+    if (p) pclose(p);
+    const std::string reason = take_first_line(log);
+    if (!parsed) {
+        err = with_reason("cannot read video " + path,
+                          reason.empty() ? "no video stream" : reason);
+        return false;
+    }
+    size = cv::Size(w, h);
+    return true;
+}
+
+VideoDecoder::~VideoDecoder() {
+    std::string ignored;
+    close(ignored);
+}
+
+bool VideoDecoder::open(const std::string& path, cv::Size size,
+                        long max_frames, std::string& err) {
+    path_ = path;
+    bytes_ = yuyv_bytes(size.width, size.height);
+    log_ = temp_log_path();
+    std::string cmd = "ffmpeg -nostdin -v error -i " + sh_quote(path);
+    // Stopping ffmpeg by closing its pipe makes it complain; let it stop
+    // by itself when fewer frames are wanted.
+    if (max_frames >= 0) cmd += " -frames:v " + std::to_string(max_frames);
+    cmd += " -f rawvideo -pix_fmt yuyv422 - 2>";
+    cmd += log_.empty() ? "/dev/null" : sh_quote(log_);
+    pipe_ = popen(cmd.c_str(), "r");
+    if (!pipe_) err = "cannot start ffmpeg for " + path;
+    return pipe_ != nullptr;
+}
+
+bool VideoDecoder::read(uint8_t* dst) {
+    if (!pipe_ || std::fread(dst, 1, bytes_, pipe_) != bytes_) return false;
+    ++frames_;
+    return true;
+}
+
+bool VideoDecoder::close(std::string& err) {
+    if (!pipe_) {
+        if (!log_.empty()) std::remove(log_.c_str());
+        log_.clear();
+        return true;
+    }
+    pclose(pipe_);
+    pipe_ = nullptr;
+    const std::string reason = take_first_line(log_);
+    log_.clear();
+    if (frames_ > 0) return true;
+    err = with_reason("cannot decode video " + path_,
+                      reason.empty() ? "no frames" : reason);
+    return false;
+}
+
+bool write_png(const std::string& path, const cv::Mat& bgr, std::string& err) {
+    bool ok = false;
+    try {
+        ok = cv::imwrite(path, bgr);
+    } catch (const cv::Exception&) {
+        ok = false;
+    }
+    if (!ok) err = "cannot write " + path;
+    return ok;
+}
+
+bool read_image(const std::string& path, cv::Mat& bgr, std::string& err) {
+    if (!check_file(path, err)) return false;
+    try {
+        bgr = cv::imread(path, cv::IMREAD_COLOR);
+    } catch (const cv::Exception&) {
+        bgr.release();
+    }
+    if (bgr.empty()) {
+        err = "cannot read image " + path;
+        return false;
+    }
+    return true;
+}
+
+}  // namespace rig

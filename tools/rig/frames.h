@@ -1,0 +1,122 @@
+// Camera and output frames between OpenCV images and the library's layouts:
+// packed YUYV frame sets in, NV12 out, raw frame-set files, video decoding
+// through an external ffmpeg, and PNG writing.
+#ifndef SVRIG_FRAMES_H
+#define SVRIG_FRAMES_H
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+
+#include <opencv2/core.hpp>
+
+namespace rig {
+
+// Bytes of one packed YUYV camera frame, of a frame set of four, and of
+// an NV12 image.
+inline size_t yuyv_bytes(int w, int h) { return size_t(w) * size_t(h) * 2; }
+inline size_t frame_set_bytes(int w, int h) { return 4 * yuyv_bytes(w, h); }
+inline size_t nv12_bytes(int w, int h) { return size_t(w) * size_t(h) * 3 / 2; }
+
+// Colour conversions go through the library's own RGB2YUV / YUV2RGB so
+// that a round trip through the tool adds no error of its own. Widths and
+// heights must be even.
+//
+// YUYV: each pixel pair shares the rounded mean of the two pixels' U and V.
+void bgr_to_yuyv(const cv::Mat& bgr, uint8_t* dst);
+cv::Mat yuyv_to_bgr(const uint8_t* src, int w, int h);
+// NV12: each 2 x 2 block takes the chroma of its top-left pixel, the
+// pixel the library itself samples chroma at.
+void bgr_to_nv12(const cv::Mat& bgr, uint8_t* dst);
+cv::Mat nv12_to_bgr(const uint8_t* src, int w, int h);
+
+// False, with "cannot read PATH: no such file" in err, unless path names
+// a regular file.
+bool check_file(const std::string& path, std::string& err);
+
+// "1280x720"
+std::string size_text(cv::Size size);
+
+// Reads "WxH" (e.g. "1280x720"); false on anything else.
+bool parse_size(const std::string& text, cv::Size& size);
+
+// A file of YUYV frame sets back to back, as sv_convert_image takes them.
+class RawFrameSetReader {
+public:
+    RawFrameSetReader() = default;
+    ~RawFrameSetReader();
+    RawFrameSetReader(const RawFrameSetReader&) = delete;
+    RawFrameSetReader& operator=(const RawFrameSetReader&) = delete;
+
+    // Fails on an unreadable, empty or truncated file (size not a whole
+    // number of frame sets), with the reason in err.
+    bool open(const std::string& path, int w, int h, std::string& err);
+    long frames() const { return frames_; }
+    // Reads the next frame set into dst (frame_set_bytes); false at the end.
+    bool read(uint8_t* dst);
+
+private:
+    FILE* file_ = nullptr;
+    size_t bytes_ = 0;
+    long frames_ = 0;
+};
+
+// Appends frames to a raw file.
+class RawWriter {
+public:
+    RawWriter() = default;
+    ~RawWriter();
+    RawWriter(const RawWriter&) = delete;
+    RawWriter& operator=(const RawWriter&) = delete;
+
+    bool open(const std::string& path, std::string& err);
+    bool write(const uint8_t* data, size_t bytes, std::string& err);
+    bool close(std::string& err);
+
+private:
+    FILE* file_ = nullptr;
+    std::string path_;
+};
+
+// True when the named program is an executable on PATH.
+bool have_program(const char* name);
+
+// Frame size of the first video stream, via ffprobe.
+bool probe_video_size(const std::string& path, cv::Size& size,
+                      std::string& err);
+
+// One video decoded to packed YUYV by an ffmpeg child process.
+class VideoDecoder {
+public:
+    VideoDecoder() = default;
+    ~VideoDecoder();
+    VideoDecoder(const VideoDecoder&) = delete;
+    VideoDecoder& operator=(const VideoDecoder&) = delete;
+
+    // max_frames < 0: the whole video.
+    bool open(const std::string& path, cv::Size size, long max_frames,
+              std::string& err);
+    // Reads the next frame (yuyv_bytes) into dst; false at the end.
+    bool read(uint8_t* dst);
+    // Waits for ffmpeg. Fails with its first error line when it failed and
+    // delivered no frame at all.
+    bool close(std::string& err);
+    long frames_read() const { return frames_; }
+
+private:
+    FILE* pipe_ = nullptr;
+    std::string path_;
+    std::string log_;
+    size_t bytes_ = 0;
+    long frames_ = 0;
+};
+
+// Writes an 8-bit BGR image as PNG, creating nothing but the file.
+bool write_png(const std::string& path, const cv::Mat& bgr, std::string& err);
+
+// Reads an image as 8-bit BGR; false with a reason when it cannot.
+bool read_image(const std::string& path, cv::Mat& bgr, std::string& err);
+
+}  // namespace rig
+
+#endif

@@ -1,1 +1,0 @@
-// placeholder: the rig library fills this folder
