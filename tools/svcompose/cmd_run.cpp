@@ -1,12 +1,142 @@
+// svcompose run: the library over camera images, videos or a raw file.
 #include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+
+#include <opencv2/imgproc.hpp>
 
 #include "commands.h"
+#include "rig/frames.h"
+#include "rig/progress.h"
+#include "session.h"
+#include "sv_interface.h"
 
-// Placeholder until the run command lands.
+namespace {
+
+// Bounding box of the largest uncovered region not connected to the image
+// border; the whole output when there is none.
+cv::Rect vehicle_box(const cv::Mat& covered) {
+    cv::Mat holes;
+    cv::bitwise_not(covered, holes);
+    cv::Mat labels, stats, centroids;
+    const int n = cv::connectedComponentsWithStats(holes, labels, stats, centroids, 4);
+    cv::Rect best(cv::Point(), covered.size());
+    int best_area = 0;
+    for (int i = 1; i < n; ++i) {
+        const cv::Rect r(stats.at<int>(i, cv::CC_STAT_LEFT), stats.at<int>(i, cv::CC_STAT_TOP),
+                         stats.at<int>(i, cv::CC_STAT_WIDTH), stats.at<int>(i, cv::CC_STAT_HEIGHT));
+        const bool inner = r.x > 0 && r.y > 0 && r.br().x < covered.cols && r.br().y < covered.rows;
+        if (inner && stats.at<int>(i, cv::CC_STAT_AREA) > best_area) {
+            best_area = stats.at<int>(i, cv::CC_STAT_AREA);
+            best = r;
+        }
+    }
+    return best;
+}
+
+struct RunOptions {
+    InputOptions input;
+    std::string out_dir;
+    std::string format = "png";
+    std::string background;
+    bool report = false;
+};
+
+// The output buffer's content before each frame: the library writes only
+// the pixels some camera covers. An image of the output size fills it; a
+// smaller one (a picture of the vehicle) is scaled to cover the vehicle
+// box, the largest uncovered region that the composed view encloses, and
+// the composed view hides what spills over.
+std::vector<uint8_t> background_nv12(const std::string& path, cv::Size out,
+                                     const cv::Mat& covered) {
+    cv::Mat canvas(out, CV_8UC3, cv::Scalar::all(0));
+    if (!path.empty()) {
+        cv::Mat img;
+        std::string err;
+        if (!rig::read_image(path, img, err)) throw CommandError(kExitFailure, err);
+        if (img.size() == out) {
+            canvas = img;
+        } else {
+            const cv::Rect box = vehicle_box(covered);
+            const double s = std::max(double(box.width) / img.cols, double(box.height) / img.rows);
+            cv::Mat scaled;
+            cv::resize(img, scaled, cv::Size(), s, s, cv::INTER_AREA);
+            const cv::Point centre = (box.tl() + box.br()) / 2;
+            const cv::Rect at(centre.x - scaled.cols / 2, centre.y - scaled.rows / 2, scaled.cols,
+                              scaled.rows);
+            const cv::Rect clipped = at & cv::Rect(cv::Point(), out);
+            scaled(clipped - at.tl()).copyTo(canvas(clipped));
+        }
+    }
+    std::vector<uint8_t> nv12(rig::nv12_bytes(out.width, out.height));
+    rig::bgr_to_nv12(canvas, nv12.data());
+    return nv12;
+}
+
+void run(const RunOptions& o) {
+    Session s = open_session(o.input);
+    // The probe costs a few renders: only for a report or a vehicle picture.
+    std::unique_ptr<rig::SeamProbe> probe;
+    if (o.report || !o.background.empty())
+        probe = std::make_unique<rig::SeamProbe>(s.library->seam_probe());
+    const std::vector<uint8_t> background =
+        background_nv12(o.background, s.out, probe ? probe->covered() : cv::Mat());
+    std::error_code ec;
+    std::filesystem::create_directories(o.out_dir, ec);
+    if (!std::filesystem::is_directory(o.out_dir))
+        throw CommandError(kExitFailure, "cannot create " + o.out_dir);
+
+    const bool png = o.format != "nv12", nv12 = o.format != "png";
+    const bool single = s.source->frames() == 1;
+    rig::RawWriter raw;
+    std::string err;
+    const std::string raw_path = o.out_dir + "/out.nv12";
+    if (nv12 && !raw.open(raw_path, err)) throw CommandError(kExitFailure, err);
+
+    const auto times = run_frames(
+        s, "run",
+        [&](uint8_t* out) { std::memcpy(out, background.data(), background.size()); },
+        [&](long index, const uint8_t* out) {
+            if (nv12 && !raw.write(out, background.size(), err))
+                throw CommandError(kExitFailure, err);
+            if (!png) return;
+            char name[32];
+            std::snprintf(name, sizeof name, single ? "out.png" : "out_%05ld.png", index);
+            if (!rig::write_png(o.out_dir + "/" + name,
+                                rig::nv12_to_bgr(out, s.out.width, s.out.height), err))
+                throw CommandError(kExitFailure, err);
+        });
+    if (!raw.close(err)) throw CommandError(kExitFailure, err);
+
+    std::string summary = rig::format_times(rig::summarize_times(times)) + "\n";
+    summary += "wrote " + o.out_dir + "/";
+    if (png) summary += single ? "out.png" : "out_00000.png ...";
+    if (png && nv12) summary += " and ";
+    if (nv12) summary += "out.nv12 (NV12 frames back to back)";
+    summary += "\n";
+    if (o.report) {
+        // The corrections in use and the camera images are the last frame's.
+        summary += rig::format_seams(
+            {{"last frame", probe->measure(s.library->camera_images(), gain_cur, tcurve_cur)}});
+        std::ofstream(o.out_dir + "/report.txt") << summary;
+    }
+    std::fputs(summary.c_str(), stdout);
+}
+
+}  // namespace
+
 void add_run_command(CLI::App& app) {
-    auto* cmd = app.add_subcommand("run", "(not available yet)");
-    cmd->callback([]() {
-        std::fprintf(stderr, "svcompose: 'run' is not available yet\n");
-        throw CLI::RuntimeError(kExitFailure);
-    });
+    auto o = std::make_shared<RunOptions>();  // bound options live with the callback
+    auto* cmd = app.add_subcommand("run", "compose camera images, videos or raw frame sets");
+    add_input_options(cmd, o->input);
+    cmd->add_option("--out", o->out_dir, "output folder")->required();
+    cmd->add_option("--format", o->format, "png (one file per frame), nv12 (one raw file), both")
+        ->check(CLI::IsMember({"png", "nv12", "both"}));
+    cmd->add_option("--background", o->background,
+                    "image shown where no camera is composed: one of the output's size, or a "
+                    "vehicle picture, scaled over the vehicle box");
+    cmd->add_flag("--report", o->report, "measure the seam mismatch of the last frame");
+    cmd->callback([o]() { run(*o); });
 }

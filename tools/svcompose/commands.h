@@ -2,10 +2,25 @@
 #ifndef SVCOMPOSE_COMMANDS_H
 #define SVCOMPOSE_COMMANDS_H
 
+#include <stdexcept>
+#include <string>
+
 #include <CLI/CLI.hpp>
 
 // Exit codes shared by every subcommand.
 enum ExitCode { kExitOk = 0, kExitFailure = 1, kExitUsage = 2 };
+
+// A subcommand's failure: main prints "svcompose <cmd>: <message>" on
+// stderr and exits with the code.
+class CommandError : public std::runtime_error {
+public:
+    CommandError(int code, const std::string& message)
+        : std::runtime_error(message), code_(code) {}
+    int code() const { return code_; }
+
+private:
+    int code_;
+};
 
 void add_tables_command(CLI::App& app);
 void add_demo_command(CLI::App& app);

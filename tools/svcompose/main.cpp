@@ -1,7 +1,18 @@
 // svcompose: surround-view composition from four fisheye cameras.
 #include <cstdio>
+#include <string>
 
 #include "commands.h"
+
+namespace {
+
+// "svcompose run", or "svcompose" before a subcommand was recognised.
+std::string prefix(const CLI::App& app) {
+    const auto used = app.get_subcommands();
+    return used.empty() ? "svcompose" : "svcompose " + used.front()->get_name();
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
     CLI::App app{"svcompose: compose a bird's-eye surround view from four fisheye cameras"};
@@ -18,7 +29,18 @@ int main(int argc, char** argv) {
         return e.get_exit_code();
     } catch (const CLI::ParseError& e) {
         // --help prints and succeeds; every other parse error is a usage error.
-        return app.exit(e) == 0 ? kExitOk : kExitUsage;
+        if (e.get_exit_code() == 0) return app.exit(e);
+        const std::string p = prefix(app);
+        std::fprintf(stderr, "%s: %s\nRun '%s --help' for the options.\n", p.c_str(), e.what(),
+                     p.c_str());
+        return kExitUsage;
+    } catch (const CommandError& e) {
+        std::fprintf(stderr, "%s: %s\n", prefix(app).c_str(), e.what());
+        return e.code();
+    } catch (const std::exception& e) {
+        // Anything else (OpenCV, allocation) is a runtime failure, not a crash.
+        std::fprintf(stderr, "%s: %s\n", prefix(app).c_str(), e.what());
+        return kExitFailure;
     }
     return kExitOk;
 }
