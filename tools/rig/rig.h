@@ -1,7 +1,7 @@
 // A calibrated four-camera rig and its bird's-eye canvas.
 //
 // Two descriptions load into the same model:
-// - a physical rig file (YAML, docs/rig.md): fisheye intrinsics and a pose
+// - a physical rig file (YAML, described in README.md): fisheye intrinsics and a pose
 //   per camera, plus the ground extent and the vehicle box in metres;
 // - a folder of per-camera homographies (yaml/front.yaml, back.yaml,
 //   left.yaml, right.yaml): fisheye intrinsics, an undistorted pinhole view
