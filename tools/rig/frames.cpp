@@ -255,7 +255,10 @@ bool VideoDecoder::open(const std::string& path, cv::Size size,
     // Stopping ffmpeg by closing its pipe makes it complain; let it stop
     // by itself when fewer frames are wanted.
     if (max_frames >= 0) cmd += " -frames:v " + std::to_string(max_frames);
-    cmd += " -f rawvideo -pix_fmt yuyv422 - 2>";
+    // One output frame per decoded frame: timestamp gaps in camera footage
+    // must not be padded with repeated frames, or the four streams drift
+    // apart.
+    cmd += " -fps_mode passthrough -f rawvideo -pix_fmt yuyv422 - 2>";
     cmd += log_.empty() ? "/dev/null" : sh_quote(log_);
     pipe_ = popen(cmd.c_str(), "r");
     if (!pipe_) err = "cannot start ffmpeg for " + path;
