@@ -21,51 +21,38 @@ const double kGain[4][3] = {{1.05, 1.0, 0.96}, {0.86, 0.85, 0.82},
 const double kGamma[4] = {1.0, 1.0, 1.05, 0.95};
 
 // Overlap m: its two cameras and the statistics pixels clear of mixed cells.
-struct Overlap {
-    int camA, camB, i0, i1, j0, j1;
-};
+struct Overlap { int camA, camB, i0, i1, j0, j1; };
 const Overlap kOverlaps[4] = {{2, 0, 0, 80, 0, 56}, {0, 3, 0, 80, 72, 128},
                               {3, 1, 88, 168, 72, 128}, {1, 2, 88, 168, 0, 56}};
 
-Rgb Scene(double X, double Y)
-{
-    return {(int)(115 + 60 * std::sin(X / 19 + Y / 29)),
-            (int)(115 + 55 * std::cos(X / 23 - Y / 17)),
-            (int)(110 + 45 * std::sin((X + 2 * Y) / 27) + 0.1 * X)};
-}
+std::string Path(const char* name) { return ::testing::TempDir() + "svc_e2e_" + name + ".txt"; }
+
+void Identity(int* g, int* tc) { for (int i = 0; i < 36; ++i) tc[i] = 64 * (i % 3 + 1), g[i / 3] = 1024; }
 
 class FrameCycle : public ::testing::Test {
 protected:
     static void SetUpTestSuite()
     {
         frames.resize(8 * W * H);
-        for (int c = 0; c < 4; ++c) {
-            const auto img = Nv12(W, H, [c](int x, int y) {
-                const Rgb s = Scene(x - kOff[c][0] / 16.0, y - kOff[c][1] / 16.0);
+        for (int c = 0; c < 4; ++c)
+            Nv12(W, H, [c](int x, int y) {
+                const double X = x - kOff[c][0] / 16.0, Y = y - kOff[c][1] / 16.0;
+                const Rgb s = {(int)(115 + 60 * std::sin(X / 19 + Y / 29)),
+                               (int)(115 + 55 * std::cos(X / 23 - Y / 17)),
+                               (int)(110 + 45 * std::sin((X + 2 * Y) / 27) + 0.1 * X)};
                 Rgb v;
                 for (int ch = 0; ch < 3; ++ch)
                     v[ch] = std::min(255, (int)(255 * std::pow(kGain[c][ch] * s[ch] / 255, kGamma[c])));
                 return v;
-            });
-            Nv12ToYuyv(img, W, H, &frames[c * 2 * W * H]);
-        }
-        Mesh mesh = QuadMesh(kOff);
-        WriteCtrlTable(Path("ctrl"), mesh);
-        WriteStatTable(Path("stat"), mesh);
+            }, &frames[c * 2 * W * H]);
+        WriteTable(Path("tables"), QuadMesh(kOff));
     }
-    static std::string Path(const char* name)
+    void Start(int statFreq = 1, int spd = 1)
     {
-        return ::testing::TempDir() + "svc_e2e_" + name + ".txt";
-    }
-    void Start(const Settings& s)
-    {
-        WriteSettings(Path("setting"), s);
-        for (int i = 0; i < 36; ++i) {
-            if (i < 12) gain_cur[i] = 1024;
-            tcurve_cur[i] = 64 * (i % 3 + 1);
-        }
-        ASSERT_EQ(sv_init(Path("ctrl").c_str(), Path("stat").c_str(),
-                          Path("setting").c_str(), W, H, kSW, kSH), 0);
+        WriteSettings(Path("setting"), statFreq, spd);
+        Identity(gain_cur, tcurve_cur);
+        const std::string tables = Path("tables");
+        ASSERT_EQ(sv_init(tables.c_str(), tables.c_str(), Path("setting").c_str(), W, H, kSW, kSH), 0);
     }
     void Frame() { sv_convert_image(frames.data(), 0, out.data(), 0); }
     void TearDown() override { sv_deinit(); }
@@ -75,26 +62,22 @@ protected:
     static double Mismatch(const Overlap& o, int* g, int* tc)
     {
         double sum = 0;
-        int n = 0;
         for (int i = o.i0; i < o.i1; ++i)
-            for (int j = o.j0; j < o.j1; ++j, ++n) {
+            for (int j = o.j0; j < o.j1; ++j) {
                 int rgb[2][3];
                 for (int s = 0; s < 2; ++s) {
-                    const int c = s ? o.camB : o.camA;
-                    const int sx = 16 * j + kOff[c][0], sy = 16 * i + kOff[c][1];
+                    const int c = s ? o.camB : o.camA, sx = 16 * j + kOff[c][0], sy = 16 * i + kOff[c][1];
                     const int x = sx >> 4, y = sy >> 4;
                     const unsigned char* l = YUVarray[c] + y * W + x;
-                    int luma[2][2] = {{l[0], l[1]}, {l[W], l[W + 1]}};
+                    int luma[2][2] = {{l[0], l[1]}, {l[W], l[W + 1]}}, *v = rgb[s];
                     const unsigned char* uv = YUVarray[c] + W * H + (y / 2) * W + x / 2 * 2;
-                    int* v = rgb[s];
-                    YUV2RGB(BilinearInterpolation(luma, sx & 15, sy & 15, 4, 0), uv[0], uv[1],
-                            v[0], v[1], v[2], 8, 8);
-                    ToneMapping(g + 3 * c, tc + 9 * c, 64,
-                                v[0], v[1], v[2], 8);
+                    YUV2RGB(BilinearInterpolation(luma, sx & 15, sy & 15, 4, 0), uv[0], uv[1], v[0], v[1],
+                            v[2], 8, 8);
+                    ToneMapping(g + 3 * c, tc + 9 * c, 64, v[0], v[1], v[2], 8);
                 }
                 for (int ch = 0; ch < 3; ++ch) sum += std::abs(rgb[0][ch] - rgb[1][ch]);
             }
-        return sum / (3.0 * n);
+        return sum / (3.0 * (o.i1 - o.i0) * (o.j1 - o.j0));
     }
 
     static std::vector<unsigned char> frames;
@@ -104,25 +87,18 @@ std::vector<unsigned char> FrameCycle::frames;
 
 TEST_F(FrameCycle, CalibrationAtLeastHalvesEveryOverlapMismatch)
 {
-    Start(Settings{});
+    Start();
     Frame();
     int identityGain[12], identityCurve[36];
-    for (int i = 0; i < 36; ++i) {
-        if (i < 12) identityGain[i] = 1024;
-        identityCurve[i] = 64 * (i % 3 + 1);
-    }
-    for (const Overlap& o : kOverlaps) {
-        const double before = Mismatch(o, identityGain, identityCurve);
-        const double after = Mismatch(o, gain_cur, tcurve_cur);
-        EXPECT_LE(after, 0.5 * before) << "cameras " << o.camA << ", " << o.camB;
-    }
+    Identity(identityGain, identityCurve);
+    for (const Overlap& o : kOverlaps)
+        EXPECT_LE(Mismatch(o, gain_cur, tcurve_cur), 0.5 * Mismatch(o, identityGain, identityCurve))
+            << "cameras " << o.camA << ", " << o.camB;
 }
 
 TEST_F(FrameCycle, CalibratesOnEveryStatFreqthCall)
 {
-    Settings s;
-    s.StatFreq = 3;
-    Start(s);
+    Start(3);
     for (int call = 0; call < 8; ++call) {
         std::fill(std::begin(gain), std::end(gain), -7);
         Frame();
@@ -132,9 +108,7 @@ TEST_F(FrameCycle, CalibratesOnEveryStatFreqthCall)
 
 TEST_F(FrameCycle, SpdBlendsTowardTheFit)
 {
-    Settings s;
-    s.Spd = 4;
-    Start(s);
+    Start(1, 4);
     for (int frame = 0; frame < 40; ++frame) {
         std::vector<int> g(gain_cur, gain_cur + 12), tc(tcurve_cur, tcurve_cur + 36);
         Frame();

@@ -18,34 +18,26 @@ namespace {
 
 using Md = Eigen::MatrixXd;
 using Vd = Eigen::VectorXd;
+using Mf = Eigen::Matrix<float, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>;
 
 constexpr int kCases = 300;
 constexpr double kTol = 2e-5;  // relative error per unit of condition number
 
-Md ToEigen(const CMatrix& m)
+Md ToEigen(const float* p, int rows, int cols) { return Eigen::Map<const Mf>(p, rows, cols).cast<double>(); }
+Md ToEigen(const CMatrix& m) { return ToEigen(m.m_pData, m.GetRowSize(), m.GetColSize()); }
+Md ToEigen(const CVector& v) { return ToEigen(v.m_pData, v.GetSize(), 1); }
+
+// Both sides must see the same input, so references start from float values.
+Md Rounded(const Md& m) { return m.cast<float>().cast<double>(); }
+
+template <class T>
+T Filled(T r, const Md& m)
 {
-    Md r(m.GetRowSize(), m.GetColSize());
-    for (int i = 0; i < r.size(); i++)
-        r(i / r.cols(), i % r.cols()) = m.m_pData[i];
+    Eigen::Map<Mf>(r.m_pData, m.rows(), m.cols()) = m.cast<float>();
     return r;
 }
-
-Vd ToEigen(const CVector& v) { return Eigen::Map<const Eigen::VectorXf>(v.m_pData, v.GetSize()).cast<double>(); }
-
-CMatrix ToMatrix(const Md& m)
-{
-    CMatrix r(static_cast<int>(m.rows()), static_cast<int>(m.cols()));
-    for (int i = 0; i < m.size(); i++)
-        r.m_pData[i] = static_cast<float>(m(i / m.cols(), i % m.cols()));
-    return r;
-}
-
-CVector ToVector(const Vd& v)
-{
-    CVector r(static_cast<int>(v.size()));
-    Eigen::Map<Eigen::VectorXf>(r.m_pData, v.size()) = v.cast<float>();
-    return r;
-}
+CMatrix ToMatrix(const Md& m) { return Filled(CMatrix(int(m.rows()), int(m.cols())), m); }
+CVector ToVector(const Vd& v) { return Filled(CVector(int(v.size())), v); }
 
 double RelErr(const Md& got, const Md& ref) { return (got - ref).norm() / std::max(ref.norm(), 1e-30); }
 
@@ -59,23 +51,18 @@ class LinalgVsEigen : public testing::Test {
 protected:
     std::mt19937 rng{0x5eed};
 
-    Md Uniform(int rows, int cols)
-    {
-        std::uniform_real_distribution<double> u(-1.0, 1.0);
-        return Md::NullaryExpr(rows, cols, [&]() { return u(rng); });
-    }
+    double Draw(double lo, double hi) { return std::uniform_real_distribution<double>(lo, hi)(rng); }
+    Md Uniform(int rows, int cols) { return Md::NullaryExpr(rows, cols, [&]() { return Draw(-1, 1); }); }
     Md Orthogonal(int n) { return Eigen::HouseholderQR<Md>(Uniform(n, n)).householderQ(); }
 
     // Q1 diag(s) Q2^T, s in [1, 10]: condition at most 10 and no diagonal
-    // dominance, so pivoting is exercised. Rounded to float so that both
-    // sides see the same input.
+    // dominance, so pivoting is exercised.
     Md WellConditioned(int rows, int cols)
     {
-        std::uniform_real_distribution<double> s(1.0, 10.0);
         Md d = Md::Zero(rows, cols);
         for (int i = 0; i < std::min(rows, cols); i++)
-            d(i, i) = s(rng);
-        return ToEigen(ToMatrix(Orthogonal(rows) * d * Orthogonal(cols).transpose()));
+            d(i, i) = Draw(1, 10);
+        return Rounded(Orthogonal(rows) * d * Orthogonal(cols).transpose());
     }
 
     // check(rows, cols) over kCases shapes with 8 >= rows >= cols >= 1.
@@ -91,10 +78,8 @@ protected:
 TEST_F(LinalgVsEigen, InverseDeterminantAndSolves)
 {
     ForShapes([&](int, int n) {
-        Md a = WellConditioned(n, n);
-        Vd b = ToEigen(ToVector(Uniform(n, 1).col(0)));
-        Md inv = a.inverse();
-        Vd ref = a.partialPivLu().solve(b);
+        Md a = WellConditioned(n, n), inv = a.inverse();
+        Vd b = Rounded(Uniform(n, 1)), ref = a.partialPivLu().solve(b);
         double tol = kTol * Cond(a);
         CMatrix m = ToMatrix(a), lu(m), ga(m), gb = ToMatrix(b);
         EXPECT_LT(RelErr(ToEigen(m.Inversed()), inv), tol) << n;
@@ -116,11 +101,11 @@ TEST_F(LinalgVsEigen, InverseDeterminantAndSolves)
 TEST_F(LinalgVsEigen, SvdReconstructsWithOrthonormalFactors)
 {
     ForShapes([&](int rows, int cols) {
-        Md a = ToEigen(ToMatrix(Uniform(rows, cols)));
+        Md a = Rounded(Uniform(rows, cols)), I = Md::Identity(cols, cols);
         CMatrix u = ToMatrix(a), v(cols, cols), holder;
         CVector w(cols);
         ASSERT_EQ(holder.SingularValueDecomposition(u, w, v), RESULT_NO_ERROR);
-        Md U = ToEigen(u), V = ToEigen(v), I = Md::Identity(cols, cols);
+        Md U = ToEigen(u), V = ToEigen(v);
         Vd W = ToEigen(w);
         EXPECT_LT(RelErr(U * W.asDiagonal() * V.transpose(), a), kTol) << rows << "x" << cols;
         EXPECT_LT((U.transpose() * U - I).norm(), kTol);
@@ -135,14 +120,13 @@ TEST_F(LinalgVsEigen, PseudoInverseAndLeastSquares)
 {
     ForShapes([&](int rows, int cols) {
         Md a = WellConditioned(rows, cols);
-        Vd b = ToEigen(ToVector(Uniform(rows, 1).col(0)));
+        Vd b = Rounded(Uniform(rows, 1));
         double tol = kTol * Cond(a) * Cond(a);  // least squares goes with cond^2
-        CMatrix m = ToMatrix(a);
-        CMatrix pinv = m.SVDInverse();
+        CMatrix m = ToMatrix(a), pinv = m.SVDInverse();
+        CVector rhs = ToVector(b);
         ASSERT_EQ(m.m_nResult, RESULT_NO_ERROR);
         EXPECT_LT(RelErr(ToEigen(pinv), a.completeOrthogonalDecomposition().pseudoInverse()), tol)
             << rows << "x" << cols;
-        CVector rhs = ToVector(b);
         EXPECT_LT(RelErr(ToEigen(m.SoluteEquation(rhs)), a.colPivHouseholderQr().solve(b)), tol);
     });
 }
@@ -150,18 +134,16 @@ TEST_F(LinalgVsEigen, PseudoInverseAndLeastSquares)
 TEST_F(LinalgVsEigen, JacobiSymmetricEigenpairs)
 {
     ForShapes([&](int, int n) {
-        Md q = Orthogonal(n);
-        Md s = q * (5.0 * Uniform(n, 1).col(0)).asDiagonal() * q.transpose();
-        s = ToEigen(ToMatrix((0.5 * (s + s.transpose())).eval()));
+        Md q = Orthogonal(n), s = q * (5.0 * Uniform(n, 1).col(0)).asDiagonal() * q.transpose();
+        s = Rounded(0.5 * (s + s.transpose()));
         CMatrix a = ToMatrix(s), v(n, n);
         CVector d(n);
         ASSERT_EQ(CMatrix::Jacobi(a, d, v), 1) << n;
         Md V = ToEigen(v);
-        Vd D = ToEigen(d);
+        Vd D = ToEigen(d), ref = Eigen::SelfAdjointEigenSolver<Md>(s).eigenvalues().reverse();
         double scale = std::max(s.norm(), 1.0);
         EXPECT_LT((s * V - V * D.asDiagonal()).norm() / scale, kTol) << n;
         EXPECT_LT((V.transpose() * V - Md::Identity(n, n)).norm(), kTol);
-        Vd ref = Eigen::SelfAdjointEigenSolver<Md>(s).eigenvalues().reverse();
         EXPECT_LT((D - ref).norm() / scale, kTol);  // also checks the descending order
         for (int j = 0; j < n; j++)
             EXPECT_GE(2 * (V.col(j).array() >= 0.0).count(), n);

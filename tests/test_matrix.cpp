@@ -10,18 +10,23 @@
 
 namespace {
 
-CMatrix Make(int rows, int cols, std::initializer_list<float> v)
-{
-    CMatrix m(rows, cols);
-    std::copy(v.begin(), v.end(), m.m_pData);
-    return m;
-}
+using List = std::initializer_list<float>;
 
-// Exact numeric equality (so -0.0 matches 0), with a dump on failure.
-testing::AssertionResult Is(const CMatrix& m, int rows, int cols, std::initializer_list<float> v)
+template <class T, class... Size>
+T Fill(List v, Size... size)
 {
-    if (m.GetRowSize() == rows && m.GetColSize() == cols
-        && std::equal(v.begin(), v.end(), m.m_pData))
+    T r(size...);
+    std::copy(v.begin(), v.end(), r.m_pData);
+    return r;
+}
+CMatrix Make(int rows, int cols, List v) { return Fill<CMatrix>(v, rows, cols); }
+CVector Vec(List v) { return Fill<CVector>(v, static_cast<int>(v.size())); }
+
+// Numeric comparison within tol (so -0.0 matches 0), with a dump on failure.
+testing::AssertionResult Is(const CMatrix& m, int rows, int cols, List v, float tol = 0)
+{
+    auto close = [tol](float a, float b) { return std::fabs(a - b) <= tol; };
+    if (m.GetRowSize() == rows && m.GetColSize() == cols && std::equal(v.begin(), v.end(), m.m_pData, close))
         return testing::AssertionSuccess();
     auto r = testing::AssertionFailure() << m.GetRowSize() << "x" << m.GetColSize() << ":";
     for (int i = 0; i < m.GetRowSize() * m.GetColSize(); i++)
@@ -29,35 +34,24 @@ testing::AssertionResult Is(const CMatrix& m, int rows, int cols, std::initializ
     return r;
 }
 
-CVector Vec(std::initializer_list<float> v)
-{
-    CVector r(static_cast<int>(v.size()));
-    std::copy(v.begin(), v.end(), r.m_pData);
-    return r;
-}
-
-TEST(MatrixCore, SetSizeEmptiesOnZeroAndTracksSquare)
+TEST(MatrixCore, SizeAssignmentAndBytewiseEquality)
 {
     CMatrix m(0, 5);
     EXPECT_EQ(m.GetRowSize() + m.GetColSize() + m.GetType(), 0);
     m.SetSize(5, 0);
     EXPECT_EQ(m.GetRowSize() + m.GetColSize() + m.GetType(), 0);
     EXPECT_EQ(m.m_pData, nullptr);
+    m = 0.0f;  // empty: no abort
     m.SetSize(3, 3);
     EXPECT_EQ(m.GetType(), MATRIX_SQARE);
     m.SetSize(3, 4);
     EXPECT_EQ(m.GetType(), 0);
     EXPECT_EQ(m.m_ppRow[2], m.m_pData + 8);
-}
 
-TEST(MatrixCore, AssignmentAndBytewiseEquality)
-{
-    CMatrix m = Make(2, 2, {1, 2, 3, 4});
+    m = Make(2, 2, {1, 2, 3, 4});
     m = -0.0f;  // cleared bytewise: +0.0
     EXPECT_TRUE(Is(m, 2, 2, {0, 0, 0, 0}));
     EXPECT_FALSE(std::signbit(m[1][1]));
-    CMatrix empty;
-    empty = 0.0f;  // no abort
     EXPECT_TRUE(CMatrix(2, 0) == CMatrix(0, 2));
     CMatrix a = Make(1, 2, {0.0f, NAN}), b(a);
     EXPECT_TRUE(a == b);  // same NaN bits
@@ -68,26 +62,23 @@ TEST(MatrixCore, AssignmentAndBytewiseEquality)
 TEST(MatrixCore, ArithmeticAndProducts)
 {
     CMatrix a = Make(2, 3, {1, 2, 3, 4, 5, 6});
-    CMatrix t = a.Transposed();
-    EXPECT_TRUE(Is(t, 3, 2, {1, 4, 2, 5, 3, 6}));
-    EXPECT_TRUE(Is(a * t, 2, 2, {14, 32, 32, 77}));
+    EXPECT_TRUE(Is(a.Transposed(), 3, 2, {1, 4, 2, 5, 3, 6}));
+    EXPECT_TRUE(Is(a * a.Transposed(), 2, 2, {14, 32, 32, 77}));
     EXPECT_TRUE(Is((a + a) - a * 3.0f, 2, 3, {-1, -2, -3, -4, -5, -6}));
     EXPECT_TRUE(Is(-(a / 2.0f), 2, 3, {-0.5f, -1, -1.5f, -2, -2.5f, -3}));
-    CVector v = a * Vec({1, 0, -1});
-    EXPECT_EQ(*v[1], -2.0f);
+    EXPECT_EQ(*(a * Vec({1, 0, -1}))[1], -2.0f);
 
     CMatrix s = Make(2, 2, {1, 2, 3, 4});
-    s *= Make(2, 2, {0, 1, 1, 0});
-    EXPECT_TRUE(Is(s, 2, 2, {2, 1, 4, 3}));
+    EXPECT_TRUE(Is(s *= Make(2, 2, {0, 1, 1, 0}), 2, 2, {2, 1, 4, 3}));
     // 3 x 4 by 4 x 2: the result is 3 x 2 and sums only the first 2 terms.
     CMatrix r = Make(3, 4, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12});
-    r *= Make(4, 2, {1, 1, 1, 1, 100, 100, 100, 100});
-    EXPECT_TRUE(Is(r, 3, 2, {3, 3, 11, 11, 19, 19}));
+    EXPECT_TRUE(Is(r *= Make(4, 2, {1, 1, 1, 1, 100, 100, 100, 100}), 3, 2, {3, 3, 11, 11, 19, 19}));
 }
 
 TEST(MatrixCoreDeath, AssertionTexts)
 {
     CMatrix m(2, 3), e;
+    CVector shortB(2);
     EXPECT_DEATH(m.SetSize(-1, 2), "rows >= 0");
     EXPECT_DEATH(m.SetSize(2, -1), "cols >= 0");
     EXPECT_DEATH(e.MakeZero(), "m_nRows > 0 && m_nCols > 0");
@@ -107,17 +98,23 @@ TEST(MatrixCoreDeath, AssertionTexts)
     EXPECT_DEATH(m.Inverse(), "m_nRows == m_nCols");
     EXPECT_DEATH(e.Inverse(), "m_nType & MATRIX_SQARE");
     EXPECT_DEATH(e.GaussJordan(m, m), "A.GetType\\(\\) & MATRIX_SQARE");
+    EXPECT_DEATH(Make(3, 2, {1, 0, 1, 1, 1, 2}).SoluteEquation(shortB),
+                 "refmatrixA.GetColSize\\(\\) == refvectorB.GetSize\\(\\)");
 }
 
-TEST(MatrixSolve, InverseAndStickyZeroRowFailure)
+TEST(MatrixSolve, InverseDeterminantAndStickyZeroRowFailure)
 {
     CMatrix d = Make(3, 3, {2, 0, 0, 0, 4, 0, 0, 0, 8});
     EXPECT_TRUE(Is(d.Inversed(), 3, 3, {0.5f, 0, 0, 0, 0.25f, 0, 0, 0, 0.125f}));
     EXPECT_EQ(d.m_nResult, RESULT_NO_ERROR);
+    EXPECT_EQ(Make(2, 2, {0, 1, 1, 0}).Determinant(), -1.0f);
+    CMatrix tie = Make(2, 2, {1, 2, 2, 4});
+    // Rows exchanged on the tie, pivot 2, zero second pivot nudged to 1e-20.
+    EXPECT_EQ(tie.Determinant(), -1.0f * 2.0f * 1.0e-20f);
+    EXPECT_EQ(tie.m_nResult, RESULT_NO_ERROR);
 
     CMatrix m = Make(2, 2, {4, 2, 0, 0});
     EXPECT_EQ(m.Inversed().GetRowSize(), 2);
-    EXPECT_EQ(m.m_nResult, RESULT_SINGULAR);
     EXPECT_STREQ(m.m_szErrFunc, "LUDecomposition");
     EXPECT_STREQ(m.m_szResultMsg[m.m_nResult], "Singular Matrix!");
     EXPECT_EQ(CMatrix(m).m_nResult, RESULT_NO_ERROR);
@@ -128,30 +125,13 @@ TEST(MatrixSolve, InverseAndStickyZeroRowFailure)
     int indx[2];
     float det;
     EXPECT_EQ(m.LUDecomposition(lu, indx, det), RESULT_SINGULAR);  // sticky
-
-    CMatrix one = Make(1, 1, {0});  // no index past the single row
-    EXPECT_TRUE(std::isinf(one.Inversed()[0][0]));
-}
-
-TEST(MatrixSolve, DeterminantPivoting)
-{
-    EXPECT_EQ(Make(2, 2, {0, 1, 1, 0}).Determinant(), -1.0f);
-    CMatrix tie = Make(2, 2, {1, 2, 2, 4});
-    // Rows exchanged on the tie, pivot 2, zero second pivot nudged to 1e-20.
-    EXPECT_EQ(tie.Determinant(), -1.0f * 2.0f * 1.0e-20f);
-    EXPECT_EQ(tie.m_nResult, RESULT_NO_ERROR);
+    EXPECT_TRUE(std::isinf(Make(1, 1, {0}).Inversed()[0][0]));  // no index past the single row
 }
 
 TEST(MatrixSolve, GaussJordan)
 {
-    CMatrix holder;
-    CMatrix a = Make(2, 2, {1, 0, 0, 1}), b = Make(2, 1, {3, 4});
+    CMatrix holder, a = Make(2, 2, {0, 2, 4, 0}), b = Make(2, 1, {2, 8});
     EXPECT_EQ(holder.GaussJordan(a, b), RESULT_NO_ERROR);
-    EXPECT_TRUE(Is(a, 2, 2, {1, 0, 0, 1}));
-    EXPECT_TRUE(Is(b, 2, 1, {3, 4}));
-    a = Make(2, 2, {0, 2, 4, 0});
-    b = Make(2, 1, {2, 8});
-    holder.GaussJordan(a, b);
     EXPECT_TRUE(Is(a, 2, 2, {0, 0.25f, 0.5f, 0}));
     EXPECT_TRUE(Is(b, 2, 1, {2, 1}));
     a = Make(2, 2, {1, 2, 2, 4});
@@ -161,71 +141,56 @@ TEST(MatrixSolve, GaussJordan)
 
 TEST(MatrixSvd, DiagonalCasesKeepOrderAndSigns)
 {
-    CMatrix holder, a = Make(2, 2, {3, 0, 0, -2}), v(2, 2);
-    CVector w(2);
-    EXPECT_EQ(holder.SingularValueDecomposition(a, w, v), RESULT_NO_ERROR);
-    EXPECT_TRUE(w == Vec({3, 2}));
-    EXPECT_TRUE(Is(a, 2, 2, {-1, 0, 0, -1}));
-    EXPECT_TRUE(Is(v, 2, 2, {-1, 0, 0, 1}));
-    a = Make(2, 2, {1, 0, 0, 5});
-    holder.SingularValueDecomposition(a, w, v);
-    EXPECT_TRUE(w == Vec({1, 5}));
-    EXPECT_TRUE(Is(a, 2, 2, {-1, 0, 0, -1}));
-    EXPECT_TRUE(Is(v, 2, 2, {-1, 0, 0, -1}));
+    struct { List in, w, u, v; } rows[] = {
+        {{3, 0, 0, -2}, {3, 2}, {-1, 0, 0, -1}, {-1, 0, 0, 1}},
+        {{1, 0, 0, 5}, {1, 5}, {-1, 0, 0, -1}, {-1, 0, 0, -1}},
+    };
+    for (const auto& row : rows) {
+        CMatrix holder, a = Make(2, 2, row.in), v(2, 2);
+        CVector w(2);
+        EXPECT_EQ(holder.SingularValueDecomposition(a, w, v), RESULT_NO_ERROR);
+        EXPECT_TRUE(w == Vec(row.w));
+        EXPECT_TRUE(Is(a, 2, 2, row.u));
+        EXPECT_TRUE(Is(v, 2, 2, row.v));
+    }
 }
 
-TEST(MatrixSvd, PseudoInverseAndLeastSquares)
+TEST(MatrixSvd, PseudoInverseLeastSquaresAndNonConvergence)
 {
-    CMatrix pinv = Make(2, 2, {4, 1, 2, 3}).SVDInverse();
-    const float ref[] = {0.3f, -0.1f, -0.2f, 0.4f};
-    for (int i = 0; i < 4; i++)
-        EXPECT_NEAR(pinv.m_pData[i], ref[i], 1e-6);
+    EXPECT_TRUE(Is(Make(2, 2, {4, 1, 2, 3}).SVDInverse(), 2, 2, {0.3f, -0.1f, -0.2f, 0.4f}, 1e-6f));
     CMatrix bad = Make(2, 2, {1, 0, 0, 0}).SVDInverse();  // no truncation
     EXPECT_FALSE(std::isfinite(bad[0][0] + bad[0][1] + bad[1][0] + bad[1][1]));
 
     // y = c0 + c1 x through (0, 1), (1, 2), (2, 4): c = (5/6, 3/2).
-    CMatrix m = Make(3, 2, {1, 0, 1, 1, 1, 2});
-    CVector b = Vec({1, 2, 4}), shortB(2);
-    CVector x = m.SoluteEquation(b);
+    CVector b = Vec({1, 2, 4}), x = Make(3, 2, {1, 0, 1, 1, 1, 2}).SoluteEquation(b);
     ASSERT_EQ(x.GetSize(), 2);
     EXPECT_NEAR(*x[0], 5.0f / 6.0f, 1e-5);
     EXPECT_NEAR(*x[1], 1.5f, 1e-5);
-    EXPECT_DEATH(m.SoluteEquation(shortB), "refmatrixA.GetColSize\\(\\) == refvectorB.GetSize\\(\\)");
-}
 
-TEST(MatrixSvd, NonConvergenceEmptiesResults)
-{
     CMatrix m = Make(2, 2, {NAN, 1, 1, 1});
     EXPECT_EQ(m.SVDInverse().GetRowSize(), 0);
-    EXPECT_EQ(m.m_nResult, RESULT_NO_CONVERGENCE);
     EXPECT_STREQ(m.m_szErrFunc, "SingularVlueDecomposition");
-    EXPECT_STREQ(m.m_szResultMsg[2], "No convergence in 30 SVD iterations");
+    EXPECT_STREQ(m.m_szResultMsg[m.m_nResult], "No convergence in 30 SVD iterations");
     m[0][0] = 1;
-    CVector b = Vec({1, 1});
+    b = Vec({1, 1});
     EXPECT_EQ(m.SoluteEquation(b).GetSize(), 0);
 }
 
 TEST(MatrixJacobi, RotationSortAndOrientation)
 {
-    CMatrix a = Make(2, 2, {2, 1, 1, 2}), v(2, 2);
-    CVector d(2);
-    ASSERT_EQ(CMatrix::Jacobi(a, d, v), 1);
-    EXPECT_TRUE(d == Vec({3, 1}));
     const float r = 0.70710677f;
-    for (float e : {v[0][0], v[1][0], v[0][1], -v[1][1]})
-        EXPECT_FLOAT_EQ(e, r);
-
-    CMatrix g = Make(3, 3, {1, 0, 0, 0, 3, 0, 0, 0, 2}), v3(3, 3);
-    CVector d3(3);
-    ASSERT_EQ(CMatrix::Jacobi(g, d3, v3), 1);
-    EXPECT_TRUE(d3 == Vec({3, 2, 1}));
-    EXPECT_TRUE(Is(v3, 3, 3, {0, 0, 1, 1, 0, 0, 0, 1, 0}));
-
-    CMatrix s = Make(1, 1, {-7}), v1(1, 1);
-    CVector d1(1);
-    ASSERT_EQ(CMatrix::Jacobi(s, d1, v1), 1);
-    EXPECT_TRUE(d1 == Vec({-7}));
-    EXPECT_TRUE(Is(v1, 1, 1, {1}));
+    struct { int n; List a, d, v; } rows[] = {
+        {2, {2, 1, 1, 2}, {3, 1}, {r, r, r, -r}},
+        {3, {1, 0, 0, 0, 3, 0, 0, 0, 2}, {3, 2, 1}, {0, 0, 1, 1, 0, 0, 0, 1, 0}},
+        {1, {-7}, {-7}, {1}},
+    };
+    for (const auto& row : rows) {
+        CMatrix a = Make(row.n, row.n, row.a), v(row.n, row.n);
+        CVector d(row.n);
+        ASSERT_EQ(CMatrix::Jacobi(a, d, v), 1) << row.n;
+        EXPECT_TRUE(d == Vec(row.d)) << row.n;
+        EXPECT_TRUE(Is(v, row.n, row.n, row.v)) << row.n;
+    }
 }
 
 TEST(MatrixScalar, Utilities)

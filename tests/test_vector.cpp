@@ -7,69 +7,46 @@
 
 namespace {
 
-CVector Vec(std::initializer_list<float> v)
+CVector Vec(std::initializer_list<float> v, VECTOR_TYPE type = VECTOR_COLUMN)
 {
-    CVector r(static_cast<int>(v.size()));
+    CVector r(static_cast<int>(v.size()), type);
     std::copy(v.begin(), v.end(), r.m_pData);
     return r;
 }
 
 TEST(Vector, LengthAndUnitize)
 {
-    CVector e(0, VECTOR_COLUMN);
+    CVector e(0, VECTOR_COLUMN), v = Vec({3, 4}), z = Vec({0, 0});
     EXPECT_EQ(e.m_pData, nullptr);
     EXPECT_EQ(e.GetLength(), 0.0f);
     EXPECT_TRUE(e.Unitize() == CVector());
-    CVector v = Vec({3, 4});
     EXPECT_EQ(v.GetLength(), 5.0f);
     EXPECT_TRUE(v.Unitize() == Vec({0.6f, 0.8f}));
-    CVector z = Vec({0, 0});
     EXPECT_TRUE(z.Unitize() == Vec({0, 0}));
 }
 
-TEST(Vector, SubvectorAndAugment)
+// Only the copy constructor and Augment keep a non-column kind.
+TEST(Vector, KindSubvectorAndAugment)
 {
-    CVector v(3, static_cast<VECTOR_TYPE>(2));
-    std::copy_n(Vec({1, 2, 3}).m_pData, 3, v.m_pData);
+    CVector v = Vec({1, 2, 3}, static_cast<VECTOR_TYPE>(7)), w;
+    EXPECT_EQ(CVector(v).GetType(), 7);
+    w = v;
+    EXPECT_EQ(w.GetType(), VECTOR_COLUMN);
+    EXPECT_EQ((-v).GetType(), VECTOR_COLUMN);
     CVector all = v.GetSubvector(5);
     EXPECT_TRUE(all == Vec({1, 2, 3}));
     EXPECT_EQ(all.GetType(), VECTOR_COLUMN);
     EXPECT_TRUE(v.GetSubvector(2) == Vec({1, 2}));
     EXPECT_EQ(v.GetSubvector(0).GetSize(), 0);
-
-    CVector a = Vec({1, 2});
-    a.Augment(2);
-    ASSERT_EQ(a.GetSize(), 4);
-    EXPECT_EQ(*a[0], 1.0f);
-    EXPECT_EQ(*a[1], 2.0f);
-    v.Augment(1);
-    EXPECT_EQ(v.GetType(), 2);
+    v.Augment(2);
+    ASSERT_EQ(v.GetSize(), 5);
+    EXPECT_TRUE(v.GetSubvector(3) == Vec({1, 2, 3}));
+    EXPECT_EQ(v.GetType(), 7);
 }
 
-TEST(Vector, CrossProductTwoWays)
+TEST(Vector, ArithmeticAndCrossProducts)
 {
-    CVector c;
-    EXPECT_TRUE(c.CrossProd(Vec({1, 0, 0}), Vec({0, 1, 0})) == Vec({0, 0, 1}));
-    CVector a = Vec({1, 2, 3}), b = Vec({4, 5, 6});
-    CVector viaMatrix = a.Cross() * b;
-    EXPECT_TRUE(viaMatrix == Vec({-3, 6, -3}));
-    EXPECT_TRUE(viaMatrix == c.CrossProd(a, b));
-}
-
-TEST(Vector, KindSurvivesCopyButNotAssignment)
-{
-    CVector v(2, static_cast<VECTOR_TYPE>(7));
-    *v[0] = *v[1] = 1;
-    EXPECT_EQ(CVector(v).GetType(), 7);
-    CVector w;
-    w = v;
-    EXPECT_EQ(w.GetType(), VECTOR_COLUMN);
-    EXPECT_EQ((-v).GetType(), VECTOR_COLUMN);
-}
-
-TEST(Vector, ArithmeticAndBytewiseEquality)
-{
-    CVector a = Vec({1, 2, 3}), b = Vec({4, 5, 6});
+    CVector a = Vec({1, 2, 3}), b = Vec({4, 5, 6}), c;
     EXPECT_TRUE(a + b == Vec({5, 7, 9}));
     EXPECT_TRUE(b - a == Vec({3, 3, 3}));
     EXPECT_TRUE(a * 2.0f == Vec({2, 4, 6}));
@@ -78,6 +55,10 @@ TEST(Vector, ArithmeticAndBytewiseEquality)
     CMatrix outer = a.ExtProd(a, Vec({1, -1}));
     EXPECT_EQ(outer.GetRowSize(), 3);
     EXPECT_EQ(outer[2][1], -3.0f);
+    EXPECT_TRUE(c.CrossProd(Vec({1, 0, 0}), Vec({0, 1, 0})) == Vec({0, 0, 1}));
+    CVector viaMatrix = a.Cross() * b;
+    EXPECT_TRUE(viaMatrix == Vec({-3, 6, -3}));
+    EXPECT_TRUE(viaMatrix == c.CrossProd(a, b));
 
     a = -0.0f;  // cleared bytewise: +0.0
     EXPECT_TRUE(a == Vec({0, 0, 0}));

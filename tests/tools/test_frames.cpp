@@ -1,8 +1,10 @@
 // Frame layouts and files of the command-line tool.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
+#include <tuple>
 #include <vector>
 
 #include <opencv2/imgproc.hpp>
@@ -17,23 +19,16 @@ namespace fs = std::filesystem;
 
 TEST(Frames, YuyvPairSharesTheRoundedMeanChroma) {
     // RGB2YUV: red is (76, 85, 255), black (0, 128, 128).
-    cv::Mat bgr(1, 2, CV_8UC3);
-    bgr.at<cv::Vec3b>(0, 0) = cv::Vec3b(0, 0, 255);
-    bgr.at<cv::Vec3b>(0, 1) = cv::Vec3b(0, 0, 0);
+    const cv::Mat bgr = (cv::Mat_<cv::Vec3b>(1, 2) << cv::Vec3b(0, 0, 255), cv::Vec3b(0, 0, 0));
     uint8_t yuyv[4];
     rig::bgr_to_yuyv(bgr, yuyv);
-    EXPECT_EQ(yuyv[0], 76);
-    EXPECT_EQ(yuyv[1], (85 + 128 + 1) / 2);
-    EXPECT_EQ(yuyv[2], 0);
-    EXPECT_EQ(yuyv[3], (255 + 128 + 1) / 2);
+    EXPECT_EQ(std::vector<int>(yuyv, yuyv + 4), (std::vector<int>{76, (85 + 128 + 1) / 2, 0, (255 + 128 + 1) / 2}));
 }
 
-// Grey survives the trip through the library's own YUYV -> NV12 conversion
-// byte for byte, whatever the image: a misplaced byte would not.
+// Grey survives the library's own YUYV -> NV12 conversion byte for byte; a misplaced byte would not.
 TEST(Frames, GreyRoundTripThroughTheLibraryLayout) {
-    cv::Mat grey(6, 8, CV_8UC1);
+    cv::Mat grey(6, 8, CV_8UC1), bgr;
     cv::randu(grey, 1, 256);
-    cv::Mat bgr;
     cv::cvtColor(grey, bgr, cv::COLOR_GRAY2BGR);
     std::vector<uint8_t> yuyv(rig::yuyv_bytes(8, 6)), nv12(rig::nv12_bytes(8, 6));
     rig::bgr_to_yuyv(bgr, yuyv.data());
@@ -44,44 +39,29 @@ TEST(Frames, GreyRoundTripThroughTheLibraryLayout) {
     EXPECT_EQ(cv::norm(rig::nv12_to_bgr(nv12.data(), 8, 6), bgr, cv::NORM_INF), 0);
 }
 
-class RawFileTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        dir_ = fs::temp_directory_path() /
-               ("svcompose-frames-" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) +
-                "-" + ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::create_directories(dir_);
-    }
-    void TearDown() override { fs::remove_all(dir_); }
-    std::string Write(const char* name, size_t bytes) {
-        const std::string path = (dir_ / name).string();
-        std::ofstream(path, std::ios::binary) << std::string(bytes, '\x7f');
-        return path;
-    }
-    fs::path dir_;
-};
-
-TEST_F(RawFileTest, ReadsWholeFrameSetsOnly) {
-    rig::RawFrameSetReader r;
+TEST(Frames, RawFileReadsWholeFrameSetsOnly) {
+    const fs::path dir = fs::temp_directory_path() / ("svcompose-frames-" + std::to_string(getpid()));
+    fs::create_directories(dir);
+    auto write = [&](const char* name, long bytes) {
+        if (bytes >= 0) std::ofstream(dir / name, std::ios::binary) << std::string(size_t(bytes), '\x7f');
+        return (dir / name).string();
+    };
     std::string err;
-    ASSERT_TRUE(r.open(Write("two.yuyv", 2 * rig::frame_set_bytes(4, 2)), 4, 2, err)) << err;
-    EXPECT_EQ(r.frames(), 2);
+    rig::RawFrameSetReader two;
+    EXPECT_TRUE(two.open(write("two.yuyv", 2 * 64), 4, 2, err)) << err;
+    EXPECT_EQ(two.frames(), 2);
     std::vector<uint8_t> buf(rig::frame_set_bytes(4, 2));
-    EXPECT_TRUE(r.read(buf.data()));
-    EXPECT_TRUE(r.read(buf.data()));
-    EXPECT_FALSE(r.read(buf.data()));
-}
-
-TEST_F(RawFileTest, RejectsTruncatedEmptyAndMissingFiles) {
-    std::string err;
-    rig::RawFrameSetReader a, b, c;
-    EXPECT_FALSE(a.open(Write("cut.yuyv", rig::frame_set_bytes(4, 2) + 3), 4, 2, err));
-    EXPECT_NE(err.find("is truncated: 67 bytes is not a whole number of 4x2 frame sets (64 bytes each)"),
-              std::string::npos) << err;
-    EXPECT_FALSE(b.open(Write("empty.yuyv", 0), 4, 2, err));
-    EXPECT_NE(err.find("is empty"), std::string::npos) << err;
-    EXPECT_FALSE(c.open((dir_ / "none").string(), 4, 2, err));
-    EXPECT_NE(err.find("none: no such file"), std::string::npos) << err;
+    EXPECT_TRUE(two.read(buf.data()));
+    EXPECT_TRUE(two.read(buf.data()));
+    EXPECT_FALSE(two.read(buf.data()));
+    for (const auto& [name, bytes, message] : {std::tuple<const char*, long, const char*>{
+             "cut.yuyv", 67, "is truncated: 67 bytes is not a whole number of 4x2 frame sets (64 bytes each)"},
+             {"empty.yuyv", 0, "is empty"}, {"none", -1, "none: no such file"}}) {
+        rig::RawFrameSetReader r;
+        EXPECT_FALSE(r.open(write(name, bytes), 4, 2, err)) << name;
+        EXPECT_NE(err.find(message), std::string::npos) << err;
+    }
+    fs::remove_all(dir);
 }
 
 TEST(Frames, ParseSize) {

@@ -1,9 +1,8 @@
-// The synthetic scene: camera views agree with the ground truth through the
-// rig's own projection, looks are applied as documented, and resized
-// cameras keep their geometry.
+// The synthetic scene the tool renders its camera frames from.
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <memory>
 
 #include <opencv2/imgproc.hpp>
 
@@ -16,20 +15,13 @@ const std::string kSedan = SV_SOURCE_DIR "/examples/rig-sedan.yaml";
 class SceneTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        rig_ = new rig::Rig(rig::load_rig(kSedan));
+        rig_ = std::make_unique<rig::Rig>(rig::load_rig(kSedan));
         rig::scale_cameras(*rig_, cv::Size(320, 180));
-        scene_ = new rig::Scene(*rig_, rig::SceneOptions(), 1);
+        scene_ = std::make_unique<rig::Scene>(*rig_, rig::SceneOptions(), 1);
     }
-    static void TearDownTestSuite() {
-        delete scene_;
-        delete rig_;
-    }
-    static rig::Rig* rig_;
-    static rig::Scene* scene_;
+    static inline std::unique_ptr<rig::Rig> rig_;
+    static inline std::unique_ptr<rig::Scene> scene_;
 };
-
-rig::Rig* SceneTest::rig_ = nullptr;
-rig::Scene* SceneTest::scene_ = nullptr;
 
 // Each camera's view, carried back onto the canvas through the rig's own
 // projection, matches the ground truth on its side of the vehicle (both
@@ -73,13 +65,11 @@ TEST_F(SceneTest, LooksFollowGainGammaAndVignetting) {
     }
 }
 
-TEST(Scene, ResizedCamerasKeepPixelCentres) {
-    rig::Rig full = rig::load_rig(kSedan), quarter = full;
-    rig::scale_cameras(quarter, cv::Size(320, 180));
+TEST_F(SceneTest, ResizedCamerasKeepPixelCentres) {
     const cv::Vec3d ground(0.4, 3.5, 0);
     cv::Point2d a, b;
-    ASSERT_TRUE(full.cameras[rig::kFront].project(ground, &a));
-    ASSERT_TRUE(quarter.cameras[rig::kFront].project(ground, &b));
+    ASSERT_TRUE(rig::load_rig(kSedan).cameras[rig::kFront].project(ground, &a));
+    ASSERT_TRUE(rig_->cameras[rig::kFront].project(ground, &b));
     EXPECT_NEAR(b.x, (a.x + 0.5) / 4 - 0.5, 1e-9);
     EXPECT_NEAR(b.y, (a.y + 0.5) / 4 - 0.5, 1e-9);
 }
