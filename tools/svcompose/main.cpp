@@ -16,6 +16,7 @@ std::string prefix(const CLI::App& app) {
 
 int main(int argc, char** argv) {
     CLI::App app{"svcompose: compose a bird's-eye surround view from four fisheye cameras"};
+    app.set_version_flag("--version", "svcompose " SV_VERSION);
     app.require_subcommand(1);
     add_demo_command(app);
     add_run_command(app);
