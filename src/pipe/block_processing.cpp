@@ -33,11 +33,24 @@ const int kSlot = 48 * kLine;    // bytes per slot
 
 int Clamp0(int v) { return v < 0 ? 0 : v; }
 
-// Copies n bytes of plane row r from column c (0 <= c) into dst, stopping
-// at the right edge: what lies beyond it in dst is left as it was.
-void CopyRun(Byte* dst, const Byte* plane, int r, int c, int n, int width) {
-    if (n > width - c) n = width - c;
-    if (n > 0) memcpy(dst, plane + static_cast<long>(r) * width + c, n);
+// NV12 bytes of a width x height image: the luma plane and height / 2
+// chroma rows.
+long ImageBytes(int height, int width) {
+    return static_cast<long>(width) * height + static_cast<long>(height / 2) * width;
+}
+
+// Copies n bytes from image offset at into dst. A run past the right edge
+// reads on into the next row, as the block cache always has; only the end of
+// the image stops it, and what lies beyond that in dst is left as it was.
+void CopyRun(Byte* dst, const Byte* image, long at, int n, long size) {
+    if (n > size - at) n = static_cast<int>(size - at);
+    if (n > 0) memcpy(dst, image + at, n);
+}
+
+long LumaAt(int r, int c, int width) { return static_cast<long>(r) * width + c; }
+
+long ChromaAt(int r, int c, int height, int width) {
+    return static_cast<long>(width) * height + static_cast<long>(r / 2) * width + c;
 }
 
 // A row's chroma exists when the row is even and is not the unpaired last
@@ -45,15 +58,15 @@ void CopyRun(Byte* dst, const Byte* plane, int r, int c, int n, int width) {
 bool HasChroma(int r, int height) { return r % 2 == 0 && r / 2 < height / 2; }
 
 void FetchWhole(Byte* block, int height, int width, const Byte* image) {
-    const Byte* chroma = image + static_cast<long>(width) * height;
+    const long size = ImageBytes(height, width);
     for (ii = 0; ii < BS_Y; ++ii) {
         const int r = x0 + ii;
         // Rows outside the image keep what they held.
         if (r < 0 || r >= height || y0 > width) continue;
-        CopyRun(block + ii * kLine, image, r, y0, BS_X, width);
+        CopyRun(block + ii * kLine, image, LumaAt(r, y0, width), BS_X, size);
         if (HasChroma(r, height))
-            CopyRun(block + (kChroma + ii / 2) * kLine, chroma, r / 2, y0, BS_X,
-                    width);
+            CopyRun(block + (kChroma + ii / 2) * kLine, image,
+                    ChromaAt(r, y0, height, width), BS_X, size);
     }
 }
 
@@ -105,7 +118,7 @@ void MoveKept(Byte* block) {
 // outside the image becomes black (luma 0, chroma 128).
 void RefillFirstRuns(Byte* block, int bx, int by, int height, int width,
                      const Byte* image) {
-    const Byte* chroma = image + static_cast<long>(width) * height;
+    const long size = ImageBytes(height, width);
     for (ii = 0; ii < BS_Y; ++ii) {
         const Byte* flags = status + ii * kLine;
         for (jj = 0; jj < BS_X && flags[jj]; ++jj) {
@@ -119,8 +132,9 @@ void RefillFirstRuns(Byte* block, int bx, int by, int height, int width,
         // Parity of the image row when copying, of the block row when
         // filling: they differ only for an odd origin, kept as shipped.
         if (r >= 0 && r < height && c >= 0 && c < width) {
-            CopyRun(luma, image, r, c, n, width);
-            if (HasChroma(r, height)) CopyRun(uv, chroma, r / 2, c, n, width);
+            CopyRun(luma, image, LumaAt(r, c, width), n, size);
+            if (HasChroma(r, height))
+                CopyRun(uv, image, ChromaAt(r, c, height, width), n, size);
         } else {
             memset(luma, 0, n);
             if (ii % 2 == 0) memset(uv, 128, n);
