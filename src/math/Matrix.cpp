@@ -101,6 +101,10 @@ bool Reflect(CMatrix& utils, Elem x, int first, int last, float& scale, float& g
 
 // ---- construction, size, access -----------------------------------------
 
+int CMatrix::GetRowSize() const { return m_nRows; }
+int CMatrix::GetColSize() const { return m_nCols; }
+int CMatrix::GetType() const { return m_nType; }
+
 CMatrix::CMatrix()
 {
     Initialize();

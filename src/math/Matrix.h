@@ -43,9 +43,9 @@ public:
 
     void Initialize();
     void SetSize(int rows, int cols);
-    int GetRowSize() const { return m_nRows; }
-    int GetColSize() const { return m_nCols; }
-    int GetType() const { return m_nType; }
+    int GetRowSize() const;
+    int GetColSize() const;
+    int GetType() const;
 
     float* operator[](int i)
     {

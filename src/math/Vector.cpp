@@ -28,6 +28,11 @@ float RootToSingle(float s)
 
 CVector::CVector() : m_pData(nullptr), m_nLen(0), m_eType(VECTOR_COLUMN) {}
 
+int CVector::GetSize() const { return m_nLen; }
+VECTOR_TYPE CVector::GetType() const { return m_eType; }
+float* CVector::operator[](int i) { return m_pData + i; }
+const float* CVector::operator[](int i) const { return m_pData + i; }
+
 CVector::CVector(int len, VECTOR_TYPE type)
     : m_pData(nullptr), m_nLen(0), m_eType(type)
 {

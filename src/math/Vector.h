@@ -18,13 +18,13 @@ public:
     CVector(const CVector& refvector);
     virtual ~CVector();
 
-    int GetSize() const { return m_nLen; }
-    VECTOR_TYPE GetType() const { return m_eType; }
+    int GetSize() const;
+    VECTOR_TYPE GetType() const;
     void SetSize(int len, VECTOR_TYPE type = VECTOR_COLUMN);
 
     // Unchecked element access.
-    float* operator[](int i) { return m_pData + i; }
-    const float* operator[](int i) const { return m_pData + i; }
+    float* operator[](int i);
+    const float* operator[](int i) const;
 
     float GetLength();
     CVector& EqSum(const CVector& refvectorA, const CVector& refvectorB);
