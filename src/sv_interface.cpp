@@ -53,7 +53,7 @@ namespace {
 bool s_ready = false;
 
 const int kMaxOutW = 1280;     // the composition's chroma cache width
-const int kMaxInterval = 8;    // node spacing up to 256 pixels
+const int kMaxInterval = 15;   // node spacing up to 32768 pixels
 
 // ---- Text files -----------------------------------------------------------
 
@@ -144,10 +144,11 @@ bool ReadValues(char*& tok, char*& cursor, std::vector<int>& tmp, int* dst) {
 long long RoomNodes(int size) { return static_cast<long long>(size) / 8 + 3; }
 
 // The composition admits the last cell row, whose lower corners lie one node
-// row past the table; the storage keeps a spare row beyond the room, filled
-// with invalid nodes, so that read stays inside the array and renders
-// nothing.
-long long AllocatedNodes(int w, int h) { return RoomNodes(w) * (RoomNodes(h) + 1); }
+// row past the table, and a row's first cell may reach one node past the
+// row. Twice the room (a table never has more nodes per row than the room
+// holds) plus one node keeps those reads inside the array; it is filled with
+// unseen nodes, so they render nothing.
+long long AllocatedNodes(int w, int h) { return 2 * RoomNodes(w) * RoomNodes(h) + 1; }
 
 bool NoStorage(const char* kind) {
     std::printf("error! no storage for TB1 and TB2 in %s file\n", kind);
@@ -167,11 +168,6 @@ bool ReadMeshTables(char* text, int tableW, int tableH, int roomW, int roomH,
     if (nodes > RoomNodes(roomW) * RoomNodes(roomH) || nodes > INT_MAX / 4) {
         std::printf("error! TableWidth x TableHeight (%d x %d) exceeds the %lld x %lld nodes allocated in %s file\n",
                     tableW, tableH, RoomNodes(roomW), RoomNodes(roomH), kind);
-        return false;
-    }
-    if (nodes + tableW > AllocatedNodes(roomW, roomH)) {
-        std::printf("error! TableWidth x TableHeight (%d x %d) leaves no spare node row in %s file\n",
-                    tableW, tableH, kind);
         return false;
     }
     if (!tb1 || !tb2) return NoStorage(kind);

@@ -186,7 +186,7 @@ TEST_F(Config, InitGuards) {
         {0, "ZoomFactorX: 64", "ZoomFactorX: 0", "error! ZoomFactorX 0 below 1 in control file\n"},
         {0, "ROIStartY: 0", "ROIStartY: -2", "error! ROIStartY -2 below 0 in control file\n"},
         {0, "IntervalY: 3", "IntervalY: 4", "error! IntervalX 3 differs from IntervalY 4 in control file\n"},
-        {0, "IntervalX: 3\nIntervalY: 3", "IntervalX: 9\nIntervalY: 9", "error! IntervalX 9 outside 0..8 in control file\n"},
+        {0, "IntervalX: 3\nIntervalY: 3", "IntervalX: 16\nIntervalY: 16", "error! IntervalX 16 outside 0..15 in control file\n"},
         {0, "TableWidth: 3", "TableWidth: 9",
          "error! TableWidth x TableHeight (9 x 3) exceeds the 5 x 5 nodes allocated in control file\n"},
         {1, "IntervalY: 3", "", "error! miss IntervalY tag in control file\n"},
