@@ -83,6 +83,13 @@ TEST(ToneMapping, WorkedExamples) {
     for (int v = 0; v < 256; ++v) EXPECT_EQ(Tone(kUnit, kIdentity, {v, v, v}), (Triple{v, v, v}));
     const Knots ten = {256, 512, 768, 256, 512, 768, 256, 512, 768};
     for (int v = 0; v < 1024; v += 7) EXPECT_EQ(Tone(kUnit, ten, {v, v, v}, 256, 10), (Triple{v, v, v}));
+    // Spacing 32 on 8 bits: segment 4 runs between the channel's knots 3 and
+    // 4, which belong to the next channel: R 128 + (32 * 12 + 16) / 32 = 140,
+    // G 200 + (10 * 12 + 16) / 32 = 204. B has no knots past its own and
+    // keeps its last segment. A 7-bit gain clamps at 127.
+    const Knots wide = {32, 64, 96, 128, 160, 192, 200, 210, 220};
+    EXPECT_EQ(Tone(kUnit, wide, {140, 140, 140}, 32), (Triple{140, 204, 255}));
+    EXPECT_EQ(Tone({2048, 1024, 1024}, kIdentity, {100, 0, 0}, 64, 7)[0], 127);
 }
 
 TEST(ToneMapping, RisingKnotsGiveRisingCurves) {

@@ -78,6 +78,18 @@ protected:
     }
 };
 
+// A row's first cell is loaded without the width test: starting on the last
+// node column it renders, reaching one node past the row; the next cell ends
+// the row.
+TEST_F(Compose, FirstCellOfARowSkipsTheWidthTest) {
+    p.TableWidth = 3;
+    p.ROIStartX = 16;  // cell column 2 = TableWidth - 1
+    Flat(0, 50);
+    Shift(0, 0, 16, 16);
+    Run();
+    Check({{0, 0, 50}, {7, 7, 50}, {8, 0, kSentinel}, {8, 7, kSentinel}});
+}
+
 TEST_F(Compose, IdentityZoomAdvancesOnePixelPerOutputPixelOtherStepsScale) {
     Shift(0, 0, 16, 16);
     EXPECT_EQ(Run(), 1);  // zoom 64, step 2048
@@ -229,8 +241,8 @@ TEST_F(Compose, RefusalsPrintOneLineAndWriteNothing) {
     const tag_CtrlPara good = p;
     const struct { std::function<void(tag_CtrlPara&)> mutate; const char* message; int ow; } cases[] = {
         {[](tag_CtrlPara& c) { c.ZoomFactorY = 0; }, "ZoomFactorX and ZoomFactorY must be positive", OW},
-        {[](tag_CtrlPara& c) { c.IntervalX = 9; }, "IntervalX and IntervalY must be 0..8", OW},
-        {[](tag_CtrlPara& c) { c.IntervalY = -1; }, "IntervalX and IntervalY must be 0..8", OW},
+        {[](tag_CtrlPara& c) { c.IntervalX = 16; }, "IntervalX and IntervalY must be 0..15", OW},
+        {[](tag_CtrlPara& c) { c.IntervalY = -1; }, "IntervalX and IntervalY must be 0..15", OW},
         {[](tag_CtrlPara& c) { c.ROIStartX = -2; }, "negative ROIStartX", OW},
         {[](tag_CtrlPara& c) { c.TB2 = nullptr; }, "missing buffer for DataProcessing", OW},
         {[](tag_CtrlPara&) {}, "output wider than 1280 pixels", 1282},

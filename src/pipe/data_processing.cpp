@@ -15,11 +15,12 @@ namespace {
 
 // The chroma cache is indexed by output column and has a fixed width.
 const int kMaxOutW = 1280;
-const int kMaxInterval = 8;
+const int kMaxInterval = 15;
 
-// Sample depths the colour helpers accept: 1 << (bits - 8) needs bits >= 8,
-// and 16 keeps every product of the conversions well inside 64 bits.
-bool BitsOk(int bits) { return bits >= 8 && bits <= 16; }
+// Sample depths the colour helpers accept. A scale 1 << (bits - 8) needs
+// bits >= 8 where it is used; 24 keeps every product of the conversions
+// inside 64 bits.
+bool DepthOk(int bits, int lowest) { return bits >= lowest && bits <= 24; }
 
 // Upper limit first, then negatives to 0.
 int64_t Limit(int64_t x, int64_t maxv) {
@@ -218,10 +219,10 @@ bool CanRender(unsigned char** yuv, int in_w, int in_h, const unsigned char* out
         return Refuse("ZoomFactorX and ZoomFactorY must be positive");
     if (para->IntervalX < 0 || para->IntervalX > kMaxInterval ||
         para->IntervalY < 0 || para->IntervalY > kMaxInterval)
-        return Refuse("IntervalX and IntervalY must be 0..8");
+        return Refuse("IntervalX and IntervalY must be 0..15");
     if (para->ROIStartX < 0) return Refuse("negative ROIStartX");
-    if (step <= 0 || !BitsOk(bits))
-        return Refuse("tone-curve spacing must be positive and bit depth 8..16");
+    if (step <= 0 || !DepthOk(bits, 8))
+        return Refuse("tone-curve spacing must be positive and bit depth 8..24");
     return true;
 }
 
@@ -236,7 +237,7 @@ int BilinearInterpolation(int corners[2][2], int dx, int dy, int shift, int extr
 
 // Out-of-range depths or a non-positive spacing leave R, G, B as they are.
 void ToneMapping(int* gain, int* tcurve, int step, int& R, int& G, int& B, int bits) {
-    if (step <= 0 || !BitsOk(bits)) return;
+    if (step <= 0 || !DepthOk(bits, 0)) return;
     // The polyline ends one above the largest sample so that the identity
     // knots map every level to itself.
     const int64_t top = int64_t{1} << bits;
@@ -255,9 +256,10 @@ void ToneMapping(int* gain, int* tcurve, int step, int& R, int& G, int& B, int b
         int64_t y;
         if (seg == 0) {
             y = Segment(0, k[0], x, step);
-        } else if (seg >= 3) {
-            // Spacings too small for the range extend the last segment
-            // instead of reading another channel's knots.
+        } else if (seg == 3 || 3 * ch + seg > 8) {
+            // A spacing too small for the range sends later segments to the
+            // next channel's knots; past the camera's nine the last segment
+            // extends instead.
             y = Segment(k[2], top, x - 3 * step, step);
         } else {
             y = Segment(k[seg - 1], k[seg], x - seg * step, step);
@@ -269,7 +271,7 @@ void ToneMapping(int* gain, int* tcurve, int step, int& R, int& G, int& B, int b
 // Weights scaled by 512. Out-of-range depths give black.
 void YUV2RGB(int Y, int U, int V, int& R, int& G, int& B, int inBits, int outBits) {
     // Black luma is black whatever the chroma says.
-    if (Y == 0 || !BitsOk(inBits) || !BitsOk(outBits)) {
+    if (Y == 0 || !DepthOk(inBits, 8) || !DepthOk(outBits, 8)) {
         R = G = B = 0;
         return;
     }
@@ -287,7 +289,7 @@ void YUV2RGB(int Y, int U, int V, int& R, int& G, int& B, int inBits, int outBit
 // Luma weights sum to 512 and each chroma row to 0. Out-of-range depths give
 // zeros.
 void RGB2YUV(int R, int G, int B, int& Y, int& U, int& V, int inBits, int outBits) {
-    if (!BitsOk(inBits) || !BitsOk(outBits)) {
+    if (!DepthOk(inBits, 0) || !DepthOk(outBits, 8)) {
         Y = U = V = 0;
         return;
     }
@@ -316,9 +318,7 @@ int DataProcessing(unsigned char** YUV, int WidthIn, int HeightIn,
         return 1;
     const tag_CtrlPara& p = *para;
     // Nothing could land in the output.
-    if (p.DispCoorX >= OutW || p.DispCoorY >= OutH || p.TableWidth < 2 ||
-        p.TableHeight < 1)
-        return 1;
+    if (p.DispCoorX >= OutW || p.DispCoorY >= OutH || p.TableHeight < 1) return 1;
 
     const Frame f = {YUV,    WidthIn, HeightIn, OutW, OutH, gain,
                      tcurve, step,    bits,     p.IntervalY + 4};
@@ -357,12 +357,18 @@ int DataProcessing(unsigned char** YUV, int WidthIn, int HeightIn,
         // Signed remainder: negative only for seam rows set before row 0.
         const int fy = static_cast<int>(y16 % cell_h16);
 
-        int64_t x16 = x0, acc_x = 0, cell_k = -1;
+        // The row's first block is loaded without the width test, so it may
+        // reach one node past the row (the loader's storage has room for
+        // that); a block further out would read outside any table.
+        int64_t x16 = x0, acc_x = 0, cell_k = x0 >> (p.IntervalX + 4);
+        const int64_t first_x = PastSeams(cell_k, p.L1, p.L2);
+        if (first_x < 0 || first_x > static_cast<int64_t>(p.TableWidth) - 1) continue;
+        LoadBlock(p.TB1, p.TableWidth, first_x, cell_y, block[0]);
+        LoadBlock(p.TB2, p.TableWidth, first_x, cell_y, block[1]);
         for (int col = 0; col < OutW; ++col, acc_x += step_x, x16 = x0 + ((acc_x + 64) >> 7)) {
             const int64_t x_int = x16 >> 4;
             if (x_int > p.ROIEndX) break;
             const int64_t k = x_int >> p.IntervalX;
-            // The first block of a row gets the same width test as the rest.
             if (k != cell_k) {
                 cell_k = k;
                 const int64_t cell_x = PastSeams(k, p.L1, p.L2);
