@@ -1,12 +1,16 @@
 // Output composition: mesh lookup, bilinear sampling of the camera images,
 // per-camera colour correction and the blend of the two mesh tables.
 //
-// This is the plain reference: it follows the lookup one pixel at a time.
-// Positions and sums that only absurd control tables could push past 32 bits
-// are carried in 64 bits; for every table that fits the output they give the
-// same values as 32-bit arithmetic.
+// Byte-exact with the plain pixel-by-pixel form kept beside the tests, but
+// the column walk is done once per call (it is the same for every row), the
+// horizontal half of the mesh interpolation once per band of rows sharing a
+// cell row, and at 8 bits the colour goes through per-call tables. Positions
+// that only absurd control tables could push past 32 bits are carried in 64
+// bits per row or per call; cells with huge corner values interpolate in 64
+// bits.
 #include "pipe/data_processing.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -30,8 +34,10 @@ int64_t Limit(int64_t x, int64_t maxv) {
 }
 
 // One direction of the 2 x 2 interpolation: arithmetic shift, no rounding.
+// Wide = int where the caller has shown that nothing leaves 32 bits.
+template <typename Wide>
 int Lerp(int a, int b, int f, int s) {
-    return static_cast<int>(a + ((static_cast<int64_t>(b) - a) * f >> s));
+    return static_cast<int>(a + ((static_cast<Wide>(b) - a) * f >> s));
 }
 
 // Tone-curve segment from level lo to hi over one knot spacing, d the
@@ -53,37 +59,6 @@ int ToChroma(int64_t x, int64_t s_out, int64_t den, int64_t maxv) {
 
 // ---- Composition -----------------------------------------------------------
 
-// The 2 x 2 corners [top, bottom][left, right] of one mesh cell, per field.
-struct NodeBlock {
-    int src_x[2][2];
-    int src_y[2][2];
-    int weight[2][2];
-    int cam_sel[2][2];
-};
-
-// What one table adds to the current pixel; the defaults are the reset
-// values, which an invalid contribution keeps.
-struct Contribution {
-    int y = 0;
-    int u = 128;
-    int v = 128;
-    bool valid = false;
-    int weight = 0;
-    int cam = 0;
-};
-
-// Everything a pixel needs besides its position and its node block.
-struct Frame {
-    unsigned char** cams;
-    int in_w, in_h;
-    int out_w, out_h;
-    int* gain;
-    int* tcurve;
-    int step;
-    int bits;
-    int shift;  // IntervalY + 4 in both directions: tables keep IntervalX == IntervalY
-};
-
 // Table index of the first node line of mesh cell k. Cells at and beyond a
 // seam skip its doubled line; the second test sees the shifted index, so s2
 // is a table index as well.
@@ -93,109 +68,383 @@ int64_t PastSeams(int64_t k, int s1, int s2) {
     return k;
 }
 
-void LoadBlock(const int* table, int64_t width, int64_t cell_x, int64_t cell_y,
-               NodeBlock& b) {
+// The per-pixel steps: the compiler would otherwise keep Fetch out of line.
+#if defined(__GNUC__)
+#define SV_PIXEL_INLINE inline __attribute__((always_inline))
+#else
+#define SV_PIXEL_INLINE inline
+#endif
+
+// Fields of a mesh node that are interpolated.
+enum { kSrcX, kSrcY, kWeight, kFields };
+
+// One mesh cell of one table: corners [field][top, bottom][left, right] and
+// what every pixel of the cell shares.
+struct Cell {
+    int corner[kFields][2][2];
+    int cam;      // 0..3
+    bool blends;  // CamSel corners agree; a mixed cell renders at weight 0
+    bool seen;    // every SrcX and SrcY corner >= 0
+    bool narrow;  // interpolation cannot leave 32 bits (see NarrowLimit)
+};
+
+// Corner values below the limit in magnitude keep every product of the
+// interpolation inside int32: differences stay under 2 * limit and
+// fractions under 2^s, so each product stays under 2^31. Needs the same
+// fraction range in both directions, i.e. IntervalX == IntervalY.
+int64_t NarrowLimit(const tag_CtrlPara& p) {
+    return p.IntervalX == p.IntervalY ? int64_t{1} << (26 - p.IntervalY) : 0;
+}
+
+void LoadCell(const int* table, int64_t width, int64_t cell_x, int64_t cell_y,
+              int t, int64_t narrow_limit, Cell& c) {
+    int zeros = 0, ones = 0;
+    bool seen = true, narrow = true;
     for (int a = 0; a < 2; ++a) {
-        for (int c = 0; c < 2; ++c) {
-            const int* node = table + ((cell_y + a) * width + cell_x + c) * 4;
-            b.src_x[a][c] = node[0];
-            b.src_y[a][c] = node[1];
-            b.weight[a][c] = node[2];
-            b.cam_sel[a][c] = node[3];
+        for (int b = 0; b < 2; ++b) {
+            const int* node = table + ((cell_y + a) * width + cell_x + b) * 4;
+            for (int i = 0; i < kFields; ++i) {
+                c.corner[i][a][b] = node[i];
+                narrow = narrow && node[i] > -narrow_limit && node[i] < narrow_limit;
+            }
+            seen = seen && node[kSrcX] >= 0 && node[kSrcY] >= 0;
+            zeros += node[3] == 0;
+            ones += node[3] == 1;
         }
     }
+    c.cam = 2 * t + (ones == 4 ? 1 : 0);
+    c.blends = zeros == 4 || ones == 4;
+    c.seen = seen;
+    c.narrow = narrow;
 }
 
-bool Uniform(const int sel[2][2], int value) {
-    return sel[0][0] == value && sel[0][1] == value && sel[1][0] == value &&
-           sel[1][1] == value;
+template <typename Wide>
+int Interpolate(const int c[2][2], int fx, int fy, int s) {
+    const int top = Lerp<Wide>(c[0][0], c[0][1], fx, s);
+    const int bottom = Lerp<Wide>(c[1][0], c[1][1], fx, s);
+    return Lerp<Wide>(top, bottom, fy, s);
 }
 
-bool AllNonNegative(const int c[2][2]) {
-    return c[0][0] >= 0 && c[0][1] >= 0 && c[1][0] >= 0 && c[1][1] >= 0;
-}
+// One table's view of one output column for the rows of one cell row: the
+// horizontal half of the interpolation, done once for all those rows.
+struct Column {
+    int top[kFields], bottom[kFields];
+    int cam;
+    bool blends, seen, narrow;
+};
 
-// Contribution of table t to output pixel (ox, oy); (fx, fy) is the position
-// inside the mesh cell in 1/16 pixel. At even-even pixels the camera's chroma
-// is interpolated into the table's cache; every pixel reads its pair from it.
-Contribution Contribute(const Frame& f, NodeBlock& b, int t, int fx, int fy,
-                        int64_t ox, int64_t oy, int* cache) {
-    Contribution c;
-    const int sx = BilinearInterpolation(b.src_x, fx, fy, f.shift, 0);
-    const int sy = BilinearInterpolation(b.src_y, fx, fy, f.shift, 0);
-    c.weight = BilinearInterpolation(b.weight, fx, fy, f.shift, 0);
-    // A cell whose corners disagree still renders, but never blends in.
-    if (Uniform(b.cam_sel, 1)) {
-        c.cam = 1;
-    } else if (!Uniform(b.cam_sel, 0)) {
-        c.weight = 0;
+template <typename Wide>
+void Cut(const Cell& c, int fx, int s, Column& col) {
+    for (int i = 0; i < kFields; ++i) {
+        col.top[i] = Lerp<Wide>(c.corner[i][0][0], c.corner[i][0][1], fx, s);
+        col.bottom[i] = Lerp<Wide>(c.corner[i][1][0], c.corner[i][1][1], fx, s);
     }
-    c.cam += 2 * t;
+    col.cam = c.cam;
+    col.blends = c.blends;
+    col.seen = c.seen;
+    col.narrow = c.narrow;
+}
 
+// Everything a pixel needs besides its position and its columns.
+struct Frame {
+    unsigned char** cams;
+    int in_w, in_h;
+    int shift;  // IntervalY + 4 in both directions: tables keep IntervalX == IntervalY
+};
+
+// Luma of the column's camera at row fraction fy into y; at even-even output
+// pixels also the chroma pair into u, v. False where the camera does not see
+// the point: column 0 and row 0 are never sampled.
+template <typename Wide>
+SV_PIXEL_INLINE bool Fetch(const Frame& f, const Column& c, int fy, bool even, int& y, int& u, int& v) {
+    const int sx = Lerp<Wide>(c.top[kSrcX], c.bottom[kSrcX], fy, f.shift);
+    const int sy = Lerp<Wide>(c.top[kSrcY], c.bottom[kSrcY], fy, f.shift);
     const int px = sx >> 4, py = sy >> 4;
-    if (oy < 0 || oy >= f.out_h || ox < 0 || ox >= f.out_w) return c;
-    // Column 0 and row 0 are never sampled.
-    if (px < 1 || px > f.in_w - 2 || py < 1 || py > f.in_h - 2) return c;
-    if (!AllNonNegative(b.src_x) || !AllNonNegative(b.src_y)) return c;
-
+    if (px < 1 || px > f.in_w - 2 || py < 1 || py > f.in_h - 2) return false;
     const size_t w = static_cast<size_t>(f.in_w);
     const unsigned char* img = f.cams[c.cam];
     const unsigned char* p = img + py * w + px;
-    int ex = sx - 16 * px, ey = sy - 16 * py;
-    int luma[2][2] = {{p[0], p[1]}, {p[w], p[w + 1]}};
-    c.y = BilinearInterpolation(luma, ex, ey, 4, 0);
-    c.valid = true;
-
-    if (ox % 2 == 0 && oy % 2 == 0) {
+    int ex = sx & 15, ey = sy & 15;
+    y = Lerp<int>(Lerp<int>(p[0], p[1], ex, 4), Lerp<int>(p[w], p[w + 1], ex, 4), ey, 4);
+    if (even) {
         // The last interior column and row use their chroma sample twice.
         const size_t dx = px < f.in_w - 2 ? 2 : 0;
         const size_t dy = py < f.in_h - 2 ? w : 0;
         // A chroma sample sits on the even luma sample: fractions become 1/32.
-        if (py % 2 != 0) ey += 16;
-        if (px % 2 != 0) ex += 16;
+        ey += (py & 1) << 4;
+        ex += (px & 1) << 4;
         const unsigned char* q = img + w * f.in_h + (py / 2) * w + (px / 2) * 2;
-        int u[2][2] = {{q[0], q[dx]}, {q[dy], q[dy + dx]}};
-        int v[2][2] = {{q[1], q[dx + 1]}, {q[dy + 1], q[dy + dx + 1]}};
-        cache[ox] = BilinearInterpolation(u, ex, ey, 4, 1);
-        cache[ox + 1] = BilinearInterpolation(v, ex, ey, 4, 1);
+        u = Lerp<int>(Lerp<int>(q[0], q[dx], ex, 5), Lerp<int>(q[dy], q[dy + dx], ex, 5), ey, 5);
+        v = Lerp<int>(Lerp<int>(q[1], q[dx + 1], ex, 5),
+                      Lerp<int>(q[dy + 1], q[dy + dx + 1], ex, 5), ey, 5);
+    }
+    return true;
+}
+
+// RGB2YUV's chroma at 8 bits: divide by 512 rounding half away from zero.
+// Below zero, truncation toward zero equals a floor shift of x + 255. A
+// chroma sum of 8-bit RGB lies in -65280..65280, so only the top can clip.
+int ToChroma8(int x) { return std::min(((x + 256 - (x < 0)) >> 9) + 128, 255); }
+
+// Colour correction at 8 bits. YUV2RGB's (512 Y + c + 256) / 512 is
+// Y + ((c + 256) >> 9): the chroma term c is a whole-pixel offset computed
+// once per chroma pair (a sum that truncates differently is negative and
+// clamps to 0 either way). The clamp to 0..255, the gain and the curve then
+// come from one table per camera and channel, indexed by Y plus that offset:
+// the channels are independent and ToneMapping itself fills the tables.
+// RGB2YUV's luma sum is never negative, so its division is a shift too.
+struct Depth8 {
+    // Y 0..255 plus offsets -227..225 (chroma 0..255), biased by kLow.
+    static const int kLow = 256;
+    struct Pair {
+        int r, g, b;
+    };
+    unsigned char level[4][3][3 * 256];
+
+    Depth8(int* gain, int* tcurve, int step) {
+        for (int cam = 0; cam < 4; ++cam) {
+            for (int x = 0; x < 256; ++x) {
+                int rgb[3] = {x, x, x};
+                ToneMapping(gain + 3 * cam, tcurve + 9 * cam, step, rgb[0], rgb[1], rgb[2], 8);
+                for (int ch = 0; ch < 3; ++ch) {
+                    unsigned char* l = level[cam][ch];
+                    l[kLow + x] = static_cast<unsigned char>(rgb[ch]);
+                    if (x == 0) std::fill(l, l + kLow, l[kLow]);
+                    if (x == 255) std::fill(l + kLow + 256, l + 3 * 256, l[kLow + 255]);
+                }
+            }
+        }
     }
 
-    // Odd columns and rows take the pair last stored for their column pair;
-    // the corrected chroma does not go back into the cache.
-    const int64_t pair = (ox / 2) * 2;
-    int r, g, bl;
-    YUV2RGB(c.y, cache[pair], cache[pair + 1], r, g, bl, f.bits, f.bits);
-    ToneMapping(f.gain + 3 * c.cam, f.tcurve + 9 * c.cam, f.step, r, g, bl, f.bits);
-    RGB2YUV(r, g, bl, c.y, c.u, c.v, f.bits, f.bits);
-    return c;
-}
+    static Pair Prepare(int u, int v) {
+        const int cu = u - 128, cv = v - 128;
+        return {(718 * cv + 256) >> 9, (-176 * cu - 366 * cv + 256) >> 9,
+                (907 * cu + cv + 256) >> 9};
+    }
+
+    void Correct(int cam, const Pair& c, int& y, int& u, int& v) const {
+        const unsigned char(*l)[3 * 256] = level[cam];
+        int r = l[0][kLow], g = l[1][kLow], b = l[2][kLow];
+        // Black luma stays black whatever the chroma says.
+        if (y != 0) {
+            r = l[0][kLow + y + c.r];
+            g = l[1][kLow + y + c.g];
+            b = l[2][kLow + y + c.b];
+        }
+        // At most 255 * 512 + 256: no clamp needed.
+        y = (153 * r + 301 * g + 58 * b + 256) >> 9;
+        u = ToChroma8(-87 * r - 169 * g + 256 * b);
+        v = ToChroma8(256 * r - 215 * g - 41 * b);
+    }
+};
+
+// Any other depth: the colour helpers one sample at a time.
+struct AnyDepth {
+    struct Pair {
+        int u, v;
+    };
+    int* gain;
+    int* tcurve;
+    int step;
+    int bits;
+
+    static Pair Prepare(int u, int v) { return {u, v}; }
+
+    void Correct(int cam, const Pair& c, int& y, int& u, int& v) const {
+        int r, g, b;
+        YUV2RGB(y, c.u, c.v, r, g, b, bits, bits);
+        ToneMapping(gain + 3 * cam, tcurve + 9 * cam, step, r, g, b, bits);
+        RGB2YUV(r, g, b, y, u, v, bits, bits);
+    }
+};
 
 // Weights in 1/256, no rounding and no clamping: only the low 8 bits of a
-// sum above 256 survive.
+// sum above 256 survive. Bits 8..15 of the sum are exact modulo 2^32, so
+// wrapping unsigned arithmetic gives them for any weight.
 unsigned char Blend(int a, int b, int wa, int wb) {
-    return static_cast<unsigned char>(
-        (static_cast<int64_t>(a) * wa + static_cast<int64_t>(b) * wb) >> 8);
+    const uint32_t sum = static_cast<uint32_t>(a) * static_cast<uint32_t>(wa) +
+                         static_cast<uint32_t>(b) * static_cast<uint32_t>(wb);
+    return static_cast<unsigned char>(sum >> 8);
 }
 
-void Store(const Contribution c[2], unsigned char* out, int out_w, int out_h,
-           int64_t ox, int64_t oy) {
-    if (!c[0].valid && !c[1].valid) return;
-    int w0 = c[0].weight, w1 = c[1].weight;
-    if (!c[0].valid) {
-        w0 = 0;
-        w1 = 256;
+// Both tables' contributions to one output pixel and its store. Odd columns
+// and rows take the chroma pair last stored for their column pair; the
+// corrected chroma does not go back into the cache.
+template <class Colour>
+void ComposePixel(const Frame& f, const Colour& colour, const Column* col[2], int fy,
+                  bool even, typename Colour::Pair* cache[2], unsigned char* luma,
+                  unsigned char* chroma) {
+    int y[2] = {0, 0}, u[2] = {128, 128}, v[2] = {128, 128};
+    bool valid[2];
+    for (int t = 0; t < 2; ++t) {
+        const Column& c = *col[t];
+        valid[t] = c.seen && (c.narrow ? Fetch<int>(f, c, fy, even, y[t], u[t], v[t])
+                                       : Fetch<int64_t>(f, c, fy, even, y[t], u[t], v[t]));
+        if (!valid[t]) continue;
+        if (even) *cache[t] = colour.Prepare(u[t], v[t]);
+        colour.Correct(c.cam, *cache[t], y[t], u[t], v[t]);
     }
-    if (!c[1].valid) {
-        w0 = 256;
-        w1 = 0;
+    if (!valid[0] && !valid[1]) return;
+    // A lone contribution takes full weight: its values pass unchanged.
+    if (valid[0] != valid[1]) {
+        const int t = valid[0] ? 0 : 1;
+        *luma = static_cast<unsigned char>(y[t]);
+        if (even) {
+            chroma[0] = static_cast<unsigned char>(u[t]);
+            chroma[1] = static_cast<unsigned char>(v[t]);
+        }
+        return;
     }
+    int w[2];
+    for (int t = 0; t < 2; ++t) {
+        const Column& c = *col[t];
+        w[t] = !c.blends ? 0
+               : c.narrow ? Lerp<int>(c.top[kWeight], c.bottom[kWeight], fy, f.shift)
+                          : Lerp<int64_t>(c.top[kWeight], c.bottom[kWeight], fy, f.shift);
+    }
+    *luma = Blend(y[0], y[1], w[0], w[1]);
+    if (even) {
+        chroma[0] = Blend(u[0], u[1], w[0], w[1]);
+        chroma[1] = Blend(v[0], v[1], w[0], w[1]);
+    }
+}
+
+// Output columns processed together: every row walks the same columns, so
+// the columns are rendered a strip at a time, each strip top to bottom. A
+// strip starts on an even column and so holds whole chroma pairs: the
+// chroma cache of a strip sees its pairs' rows in the same order.
+const int kStrip = 64;
+
+// Where each column lies in the mesh: the same for every row, since the
+// horizontal walk never looks at the row.
+struct ColumnWalk {
+    int cell_x[kMaxOutW];  // table index of the cell's first node column
+    int fx[kMaxOutW];      // position inside the cell in 1/16 pixel
+    int end;               // the walk leaves the ROI or the table here
+};
+
+// The horizontal walk: the row's first cell is taken without the width test
+// (the caller has checked it against the table); a later cell past
+// TableWidth - 2, or a position past ROIEndX, ends every row. False when no
+// column is left.
+bool WalkColumns(const tag_CtrlPara& p, int64_t x0, int first_x, int out_w, ColumnWalk& w) {
+    // Table-space advance per output pixel in 1/2048 pixel: 131072 = 64 * 2048,
+    // rounded to nearest, at most 131072; positions advance from x0 by
+    // d in 1/16 pixel, at most 1279 * 131072 / 128.
+    const int step_x = (p.ZoomFactorX / 2 + 131072) / p.ZoomFactorX;
+    const int x_bits = p.IntervalX + 4;
+    const int64_t roi_end = 16 * static_cast<int64_t>(p.ROIEndX) + 15 - x0;
+    int64_t cell_k = x0 >> x_bits;
+    int cell_x = first_x;
+    // Where the current cell starts, as an advance: at most 0 for the first
+    // cell, at most the advance that entered it for later ones.
+    int cell_start = static_cast<int>((cell_k << x_bits) - x0);
+    w.end = out_w;
+    for (int col = 0, acc_x = 0; col < out_w; ++col, acc_x += step_x) {
+        const int d = (acc_x + 64) >> 7;
+        if (d > roi_end) {
+            w.end = col;
+            break;
+        }
+        if (d - cell_start >= (1 << x_bits)) {
+            cell_k = (x0 + d) >> x_bits;
+            const int64_t next = PastSeams(cell_k, p.L1, p.L2);
+            if (next > static_cast<int64_t>(p.TableWidth) - 2) {
+                w.end = col;
+                break;
+            }
+            cell_x = static_cast<int>(next);
+            cell_start = static_cast<int>((cell_k << x_bits) - x0);
+        }
+        w.cell_x[col] = cell_x;
+        w.fx[col] = d - cell_start;
+    }
+    return w.end > 0;
+}
+
+// Columns [lo, hi) of every row, top to bottom.
+template <class Colour>
+void RenderStrip(const Frame& f, const Colour& colour, const tag_CtrlPara& p,
+                 const ColumnWalk& walk, int lo, int hi, int64_t disp_x,
+                 unsigned char* out, int out_w, int out_h) {
+    // Per table, what the chroma pair last stored for each column pair
+    // gives the colour correction; 128 before the first store.
+    typename Colour::Pair cache[2][kStrip / 2];
+    for (int t = 0; t < 2; ++t) std::fill(cache[t], cache[t] + kStrip / 2, Colour::Prepare(128, 128));
+    Column band[2][kStrip];
+    int64_t band_y = -1;
+    const int64_t narrow_limit = NarrowLimit(p);
+    const int64_t step_y = (p.ZoomFactorY / 2 + 131072) / p.ZoomFactorY;
+    const int64_t cell_h16 = int64_t{1} << (p.IntervalY + 4);
+    // Origin in 1/16 pixel. The clamp holds for the first row only; later
+    // rows count from the unclamped origin.
+    const int64_t y0 = 16 * static_cast<int64_t>(p.ROIStartY);
+    int64_t y16 = y0 < 0 ? 0 : y0;
     const size_t stride = static_cast<size_t>(out_w);
-    out[oy * stride + ox] = Blend(c[0].y, c[1].y, w0, w1);
-    if (ox % 2 == 0 && oy % 2 == 0) {
-        unsigned char* uv = out + (out_h + oy / 2) * stride + ox;
-        uv[0] = Blend(c[0].u, c[1].u, w0, w1);
-        uv[1] = Blend(c[0].v, c[1].v, w0, w1);
+
+    int64_t acc_y = 0;
+    for (int row = 0; row < out_h; ++row, acc_y += step_y, y16 = y0 + ((acc_y + 64) >> 7)) {
+        const int64_t y_int = y16 >> 4;
+        if (y_int > p.ROIEndY) break;
+        const int64_t cell_y = PastSeams(y_int >> p.IntervalY, p.H1, p.H2);
+        // Admits the last table row: its lower corners lie in the spare row
+        // that the table storage keeps.
+        if (cell_y > static_cast<int64_t>(p.TableHeight) - 1) break;
+        const int64_t oy = static_cast<int64_t>(p.DispCoorY) + row;
+        // Above the table (rows after a clamped first row), or outside the
+        // output.
+        if (cell_y < 0 || oy < 0 || oy >= out_h) continue;
+        if (cell_y != band_y) {
+            band_y = cell_y;
+            Cell cell[2];
+            for (int col = lo; col < hi; ++col) {
+                if (col == lo || walk.cell_x[col] != walk.cell_x[col - 1]) {
+                    LoadCell(p.TB1, p.TableWidth, walk.cell_x[col], cell_y, 0, narrow_limit, cell[0]);
+                    LoadCell(p.TB2, p.TableWidth, walk.cell_x[col], cell_y, 1, narrow_limit, cell[1]);
+                }
+                for (int t = 0; t < 2; ++t) {
+                    if (cell[t].narrow)
+                        Cut<int>(cell[t], walk.fx[col], f.shift, band[t][col - lo]);
+                    else
+                        Cut<int64_t>(cell[t], walk.fx[col], f.shift, band[t][col - lo]);
+                }
+            }
+        }
+        // Signed remainder: negative only for seam rows set before row 0.
+        const int fy = static_cast<int>(y16 % cell_h16);
+        const bool even_row = oy % 2 == 0;
+        unsigned char* luma = out + oy * stride;
+        unsigned char* chroma = out + (out_h + oy / 2) * stride;
+        for (int col = lo; col < hi; ++col) {
+            const int i = col - lo;
+            const int ox = static_cast<int>(disp_x + col);
+            const Column* c[2] = {&band[0][i], &band[1][i]};
+            typename Colour::Pair* pair[2] = {&cache[0][i / 2], &cache[1][i / 2]};
+            ComposePixel(f, colour, c, fy, even_row && i % 2 == 0, pair, luma + ox, chroma + ox);
+        }
     }
+}
+
+template <class Colour>
+void Render(unsigned char** yuv, int in_w, int in_h, unsigned char* out,
+            int out_w, int out_h, const tag_CtrlPara& p, const Colour& colour) {
+    // Only the horizontal origins move onto a chroma pair, so output column
+    // parity is the column's parity.
+    int64_t disp_x = p.DispCoorX, roi_x = p.ROIStartX;
+    if (disp_x % 2 != 0) ++disp_x;
+    if (roi_x % 2 != 0) ++roi_x;
+    // Every row starts in the same cell; out of the table, no row renders.
+    const int64_t x0 = 16 * roi_x;
+    const int64_t first_x = PastSeams(x0 >> (p.IntervalX + 4), p.L1, p.L2);
+    if (first_x < 0 || first_x > static_cast<int64_t>(p.TableWidth) - 1) return;
+    ColumnWalk walk;
+    if (!WalkColumns(p, x0, static_cast<int>(first_x), out_w, walk)) return;
+    // Columns whose output pixel lies inside the image.
+    const int lo = static_cast<int>(std::min<int64_t>(std::max<int64_t>(-disp_x, 0), out_w));
+    const int hi = static_cast<int>(std::min<int64_t>(out_w - disp_x, walk.end));
+    const Frame f = {yuv, in_w, in_h, p.IntervalY + 4};
+    for (int col = lo; col < hi; col += kStrip)
+        RenderStrip(f, colour, p, walk, col, std::min(col + kStrip, hi), disp_x, out, out_w, out_h);
 }
 
 bool Refuse(const char* why) {
@@ -230,9 +479,7 @@ bool CanRender(unsigned char** yuv, int in_w, int in_h, const unsigned char* out
 
 int BilinearInterpolation(int corners[2][2], int dx, int dy, int shift, int extra) {
     const int s = shift + extra;
-    const int top = Lerp(corners[0][0], corners[0][1], dx, s);
-    const int bottom = Lerp(corners[1][0], corners[1][1], dx, s);
-    return Lerp(top, bottom, dy, s);
+    return Interpolate<int64_t>(corners, dx, dy, s);
 }
 
 // Out-of-range depths or a non-positive spacing leave R, G, B as they are.
@@ -319,70 +566,9 @@ int DataProcessing(unsigned char** YUV, int WidthIn, int HeightIn,
     const tag_CtrlPara& p = *para;
     // Nothing could land in the output.
     if (p.DispCoorX >= OutW || p.DispCoorY >= OutH || p.TableHeight < 1) return 1;
-
-    const Frame f = {YUV,    WidthIn, HeightIn, OutW, OutH, gain,
-                     tcurve, step,    bits,     p.IntervalY + 4};
-    // Table-space advance per output pixel in 1/2048 pixel: 131072 = 64 * 2048,
-    // rounded to nearest.
-    const int64_t step_x = (p.ZoomFactorX / 2 + 131072) / p.ZoomFactorX;
-    const int64_t step_y = (p.ZoomFactorY / 2 + 131072) / p.ZoomFactorY;
-    // Only the horizontal origins move onto a chroma pair.
-    int64_t disp_x = p.DispCoorX, roi_x = p.ROIStartX;
-    if (disp_x % 2 != 0) ++disp_x;
-    if (roi_x % 2 != 0) ++roi_x;
-    // Origins in 1/16 pixel. The clamp holds for the first row only; later
-    // rows count from the unclamped origin.
-    const int64_t x0 = 16 * roi_x, y0 = 16 * static_cast<int64_t>(p.ROIStartY);
-    int64_t y16 = y0 < 0 ? 0 : y0;
-    // Mesh cell size in 1/16 pixel.
-    const int64_t cell_w16 = int64_t{1} << (p.IntervalX + 4);
-    const int64_t cell_h16 = int64_t{1} << (p.IntervalY + 4);
-
-    int cache[2][kMaxOutW];
-    for (int t = 0; t < 2; ++t)
-        for (int i = 0; i < kMaxOutW; ++i) cache[t][i] = 128;
-    NodeBlock block[2];
-
-    int64_t acc_y = 0;
-    for (int row = 0; row < OutH; ++row, acc_y += step_y, y16 = y0 + ((acc_y + 64) >> 7)) {
-        const int64_t y_int = y16 >> 4;
-        if (y_int > p.ROIEndY) break;
-        const int64_t cell_y = PastSeams(y_int >> p.IntervalY, p.H1, p.H2);
-        // Admits the last table row: its lower corners lie in the spare row
-        // that the table storage keeps.
-        if (cell_y > static_cast<int64_t>(p.TableHeight) - 1) break;
-        // Above the table: rows after a clamped first row.
-        if (cell_y < 0) continue;
-        const int64_t oy = static_cast<int64_t>(p.DispCoorY) + row;
-        // Signed remainder: negative only for seam rows set before row 0.
-        const int fy = static_cast<int>(y16 % cell_h16);
-
-        // The row's first block is loaded without the width test, so it may
-        // reach one node past the row (the loader's storage has room for
-        // that); a block further out would read outside any table.
-        int64_t x16 = x0, acc_x = 0, cell_k = x0 >> (p.IntervalX + 4);
-        const int64_t first_x = PastSeams(cell_k, p.L1, p.L2);
-        if (first_x < 0 || first_x > static_cast<int64_t>(p.TableWidth) - 1) continue;
-        LoadBlock(p.TB1, p.TableWidth, first_x, cell_y, block[0]);
-        LoadBlock(p.TB2, p.TableWidth, first_x, cell_y, block[1]);
-        for (int col = 0; col < OutW; ++col, acc_x += step_x, x16 = x0 + ((acc_x + 64) >> 7)) {
-            const int64_t x_int = x16 >> 4;
-            if (x_int > p.ROIEndX) break;
-            const int64_t k = x_int >> p.IntervalX;
-            if (k != cell_k) {
-                cell_k = k;
-                const int64_t cell_x = PastSeams(k, p.L1, p.L2);
-                if (cell_x > static_cast<int64_t>(p.TableWidth) - 2) break;
-                LoadBlock(p.TB1, p.TableWidth, cell_x, cell_y, block[0]);
-                LoadBlock(p.TB2, p.TableWidth, cell_x, cell_y, block[1]);
-            }
-            const int fx = static_cast<int>(x16 % cell_w16);
-            const int64_t ox = disp_x + col;
-            const Contribution c[2] = {
-                Contribute(f, block[0], 0, fx, fy, ox, oy, cache[0]),
-                Contribute(f, block[1], 1, fx, fy, ox, oy, cache[1])};
-            Store(c, out, OutW, OutH, ox, oy);
-        }
-    }
+    if (bits == 8)
+        Render(YUV, WidthIn, HeightIn, out, OutW, OutH, p, Depth8(gain, tcurve, step));
+    else
+        Render(YUV, WidthIn, HeightIn, out, OutW, OutH, p, AnyDepth{gain, tcurve, step, bits});
     return 1;
 }
