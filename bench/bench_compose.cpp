@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "common/bench_rig.h"
+#include "bench_rig.h"
 #include "common/compose_reference.h"
 #include "pipe/data_processing.h"
 

@@ -8,7 +8,7 @@
 #include <random>
 #include <vector>
 
-#include "common/bench_rig.h"
+#include "../bench/bench_rig.h"
 #include "common/compose_reference.h"
 #include "pipe/data_processing.h"
 
