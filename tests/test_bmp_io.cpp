@@ -13,6 +13,8 @@
 #include <tuple>
 #include <vector>
 
+#include "common/scratch.h"
+
 namespace {
 
 using Bytes = std::vector<unsigned char>;
@@ -38,7 +40,7 @@ class BmpIo : public ::testing::Test {
 protected:
     void TearDown() override { byte_swap = 1; }
     std::string Path(const std::string& ext = ".bmp") {
-        return ::testing::TempDir() + "bmp_" + ::testing::UnitTest::GetInstance()->current_test_info()->name() + ext;
+        return ScratchPath(std::string("bmp_") + ::testing::UnitTest::GetInstance()->current_test_info()->name() + ext);
     }
     static Bytes Load(const std::string& path) {
         std::ifstream in(path, std::ios::binary);

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "common/scratch.h"
 #include "common/synthetic_rig.h"
 #include "sv_interface.h"
 
@@ -25,7 +26,7 @@ struct Overlap { int camA, camB, i0, i1, j0, j1; };
 const Overlap kOverlaps[4] = {{2, 0, 0, 80, 0, 56}, {0, 3, 0, 80, 72, 128},
                               {3, 1, 88, 168, 72, 128}, {1, 2, 88, 168, 0, 56}};
 
-std::string Path(const char* name) { return ::testing::TempDir() + "svc_e2e_" + name + ".txt"; }
+std::string Path(const char* name) { return ScratchPath(std::string("e2e_") + name + ".txt"); }
 
 void Identity(int* g, int* tc) { for (int i = 0; i < 36; ++i) tc[i] = 64 * (i % 3 + 1), g[i / 3] = 1024; }
 

@@ -9,6 +9,7 @@
 
 #include <opencv2/calib3d.hpp>
 
+#include "common/scratch.h"
 #include "rig/rig.h"
 
 namespace {
@@ -113,7 +114,7 @@ TEST(RigErrors, NameTheFileAndTheEntry) {
     EXPECT_EQ(error_of("/no/such/rig.yaml"), "/no/such/rig.yaml: cannot open");
     std::ifstream in(kSedan);
     const std::string sedan((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    const std::string path = testing::TempDir() + "/svrig_bad.yaml";
+    const std::string path = ScratchPath("bad_rig.yaml");
     const struct { std::string from, to, error; } rows[] = {
         {"dist_coeffs: [ -0.016, 0.0042, -0.0005, 0. ]", "dist_coeffs: [ -0.016, 0.0042 ]",
          ": camera left: dist_coeffs: expected 4 numbers, found 2"},

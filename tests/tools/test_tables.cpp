@@ -13,6 +13,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "common/scratch.h"
 #include "pipe/calib_GT.h"
 #include "pipe/data_processing.h"
 #include "rig/frames.h"
@@ -27,7 +28,7 @@ const std::string kSedan = std::string(SV_SOURCE_DIR) + "/examples/rig-sedan.yam
 const std::string kParkingLot = std::string(SV_SHARED_DATA) + "/parking-lot-rig";
 
 std::string temp_dir(const std::string& name) {
-    const fs::path p = fs::path(testing::TempDir()) / ("svrig_" + name);
+    const fs::path p = ScratchPath("rig_" + name);
     fs::create_directories(p);
     return p.string();
 }
