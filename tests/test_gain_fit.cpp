@@ -122,6 +122,14 @@ TEST_F(GainFit, EmptyRegionOrSingularSystemKeepsThePreviousFit)
     Fill([](int, int) { return 96; });
     Fit(0);  // nData 0 no longer protects empty points from dividing by zero
     EXPECT_TRUE(Untouched());
+    // Before any fit the arrays hold zeros, which would fade the picture to
+    // black: a failed first fit leaves the identity instead.
+    std::fill_n(gain, 12, 0);
+    std::fill_n(tcurve, 36, 0);
+    std::fill_n(planes[5], kN * 3, 0);
+    Fit();
+    EXPECT_EQ(std::count(gain, gain + 12, 1024), 12);
+    for (int i = 0; i < 36; ++i) EXPECT_EQ(tcurve[i], 64 * (i % 3 + 1)) << i;
 }
 
 TEST(Tmapping, ExpressesTheCurveThroughTheMiddleKnot)

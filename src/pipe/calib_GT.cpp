@@ -490,28 +490,50 @@ void Tmapping(int* knots, float* vals, int x, float* a, float* b, int& ok)
     }
 }
 
-void optimize4GT(unsigned char** planes, int rows, int cols, int stride,
-                 int* gain, int* tcurve, int nData, float beta, int bdr,
-                 int bdh, float mgn)
+namespace {
+
+// The whole fit into gain and tcurve, or nothing when it cannot be made.
+bool Fit(unsigned char** planes, int rows, int cols, int stride, int* gain,
+         int* tcurve, int nData, float beta, int bdr, int bdh, float mgn)
 {
-    // Nothing is written until the whole fit has succeeded: a failed fit
-    // keeps the previous corrections.
     float g[4][3];
-    if (!FitGains(planes, rows, cols, stride, mgn, g)) return;
+    if (!FitGains(planes, rows, cols, stride, mgn, g)) return false;
     int finalGain[12], ig[12];
     for (int p = 0; p < 4; ++p)
         for (int ch = 0; ch < 3; ++ch) {
             int q10;
-            if (!TruncToInt(g[p][ch] * 1024.0f, &q10)) return;
+            if (!TruncToInt(g[p][ch] * 1024.0f, &q10)) return false;
             finalGain[kRingCam[p] * 3 + ch] = q10;
             // The tone fit sees gains of at most 1.5.
             ig[p * 3 + ch] = std::min(q10, 1536);
         }
     int tc[36];
     if (!FitToneCurves(planes, rows, cols, stride, ig, nData, beta, bdr, bdh, tc))
-        return;
+        return false;
     std::memcpy(tcurve, tc, sizeof tc);
     std::memcpy(gain, finalGain, sizeof finalGain);
+    return true;
+}
+
+// A failed fit keeps the previous one. Before any fit has succeeded the
+// arrays still hold their zero start, which the frame cycle would blend into
+// a black picture: they become the identity instead. A fit never yields a
+// zero gain (the smallest is 1.0), so all zeros means no fit yet.
+void KeepPrevious(int* gain, int* tcurve)
+{
+    if (std::any_of(gain, gain + 12, [](int v) { return v != 0; })) return;
+    std::fill(gain, gain + 12, 1024);
+    for (int i = 0; i < 36; ++i) tcurve[i] = 64 * (i % 3 + 1);
+}
+
+}  // namespace
+
+void optimize4GT(unsigned char** planes, int rows, int cols, int stride,
+                 int* gain, int* tcurve, int nData, float beta, int bdr,
+                 int bdh, float mgn)
+{
+    if (!Fit(planes, rows, cols, stride, gain, tcurve, nData, beta, bdr, bdh, mgn))
+        KeepPrevious(gain, tcurve);
 }
 
 void CalibGT(unsigned char** YUV, int W, int H, tag_StatPara& stat, int* gain,
@@ -523,7 +545,10 @@ void CalibGT(unsigned char** YUV, int W, int H, tag_StatPara& stat, int* gain,
     const int stride = w2;
     const int64_t bytes = (int64_t)w2 * h2 * 3;
     // No grid, or one too large to index in int: keep the previous fit.
-    if (w2 < 1 || h2 < 1 || bytes * 8 > INT32_MAX) return;
+    if (w2 < 1 || h2 < 1 || bytes * 8 > INT32_MAX) {
+        KeepPrevious(gain, tcurve);
+        return;
+    }
     unsigned char* base = PlaneStore(bytes * 8);
     unsigned char* planes[8];
     for (int p = 0; p < 8; ++p) planes[p] = base + p * bytes;
