@@ -45,6 +45,7 @@ protected:
         std::ofstream(D() + "/cut.yuyv", std::ios::binary) << raw.substr(0, raw.size() - 100);
         std::ofstream(D() + "/junk.mp4") << "not a video at all";
         std::ofstream(D() + "/junk.png") << "not an image either";
+        fs::create_directories(D() + "/rep/report.txt");  // a report that cannot be written
     }
     static void TearDownTestSuite() { fs::remove_all(dir_); }
     void SetUp() override { ASSERT_TRUE(synth_ok_) << "svcompose synth failed"; }
@@ -104,6 +105,15 @@ TEST_F(CliTest, RawAndVideoInputsComposeAlike) {
     const Result vid = Run("run" + Files() + " --in" + videos + " --out " + D() + "/vid --format nv12");
     ASSERT_EQ(vid.code, 0) << vid.err;
     EXPECT_TRUE(Slurp(D() + "/vid/out.nv12") == Slurp(D() + "/raw/out.nv12"));  // no megabyte dump
+
+    // A cut video ends the run early, with a word on where.
+    const std::string mkv = Slurp(D() + "/cam0.mkv");
+    std::ofstream(D() + "/cut.mkv", std::ios::binary) << mkv.substr(0, mkv.size() / 2);
+    const Result cut = Run("run" + Files() + " --in " + D() + "/cut.mkv" + videos.substr(videos.find(' ', 1)) +
+                           " --out " + D() + "/cut --format nv12");
+    EXPECT_EQ(cut.code, 0) << cut.err;
+    EXPECT_NE(cut.err.find("svcompose run: warning: camera front (" + D() + "/cut.mkv) ended after "),
+              std::string::npos) << cut.err;
 }
 
 TEST_F(CliTest, ParkingLotFramesWithReport) {
@@ -168,6 +178,14 @@ const BadInput kBadInputs[] = {
     {"SeamsOfARenderedFrame", "seams{F} --in {S}/preview_front.png", 2,
      "svcompose seams: {S}/preview_front.png is an image: give the four camera images"},
     {"MissingRig", "demo --rig {D}/none.yaml" + kOut, 1, "svcompose demo: cannot read {D}/none.yaml: no such file"},
+    {"FolderAsInput", "run{F} --in {D}" + kOut, 1, "svcompose run: cannot read {D}: is a directory"},
+    {"UnwritableReport", kRaw + "--size 320x180 --report --out {D}/rep", 1, "cannot write {D}/rep/report.txt"},
+    {"OneVideo", "run{F} --in {D}/junk.mp4" + kOut, 2, "{D}/junk.mp4 is a video: give the four camera videos"},
+    {"SizeBeyondInt", kRaw + "--size 99999999999x2" + kOut, 2, "--size 99999999999x2: expected WIDTHxHEIGHT"},
+    {"OddOutSize", kRaw + "--size 320x180 --out-size 320x201" + kOut, 2, "--out-size 320x201: needs an even width"},
+    {"ZeroFrames", "demo --frames 0" + kOut, 2, "svcompose demo: --frames: must be >=1, got 0"},
+    {"NanSpeed", "synth --rig x --speed nan" + kOut, 2, "svcompose synth: --speed: expected a finite number, got nan"},
+    {"UnknownSubcommand", "frob", 2, "svcompose: unknown subcommand 'frob'; run 'svcompose --help'"},
 };
 INSTANTIATE_TEST_SUITE_P(Cli, CliBadInput, ::testing::ValuesIn(kBadInputs),
                          [](const auto& info) { return std::string(info.param.name); });

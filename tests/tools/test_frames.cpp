@@ -9,6 +9,7 @@
 
 #include <opencv2/imgproc.hpp>
 
+#include "common/scratch.h"
 #include "img_fmt_trans.h"
 #include "rig/frames.h"
 #include "rig/progress.h"
@@ -68,8 +69,29 @@ TEST(Frames, ParseSize) {
     cv::Size s;
     EXPECT_TRUE(rig::parse_size("1280x720", s));
     EXPECT_EQ(s, cv::Size(1280, 720));
-    for (const char* bad : {"1280", "1280x", "x720", "0x720", "-2x4", "1280x720p", "12 x 7"})
+    for (const char* bad : {"1280", "1280x", "x720", "0x720", "-2x4", "1280x720p", "12 x 7", "99999999999x2"})
         EXPECT_FALSE(rig::parse_size(bad, s)) << bad;
+}
+
+// A rotation tag must not turn the decoded frames: ffprobe reports the stored size.
+TEST(Frames, VideoDecodesFramesAsStored) {
+    if (!rig::have_program("ffmpeg") || !rig::have_program("ffprobe")) GTEST_SKIP() << "no ffmpeg";
+    const std::string path[2] = {ScratchPath("plain.mp4"), ScratchPath("turned.mp4")};
+    ASSERT_EQ(std::system(("ffmpeg -v error -y -f lavfi -i testsrc=size=64x32:rate=5 -frames:v 1 -c:v mpeg4 " +
+                           path[0] + " && ffmpeg -v error -y -i " + path[0] +
+                           " -c copy -metadata:s:v:0 rotate=90 " + path[1]).c_str()), 0);
+    std::vector<uint8_t> frame[2];
+    for (int k = 0; k < 2; ++k) {
+        cv::Size size;
+        std::string err;
+        ASSERT_TRUE(rig::probe_video_size(path[k], size, err)) << err;
+        ASSERT_EQ(size, cv::Size(64, 32));
+        rig::VideoDecoder v;
+        frame[k].resize(rig::yuyv_bytes(64, 32));
+        ASSERT_TRUE(v.open(path[k], size, -1, err) && v.read(frame[k].data())) << err;
+        std::remove(path[k].c_str());
+    }
+    EXPECT_TRUE(frame[0] == frame[1]);
 }
 
 TEST(Frames, TimesUseNearestRank) {

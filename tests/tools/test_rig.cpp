@@ -119,7 +119,14 @@ TEST(RigErrors, NameTheFileAndTheEntry) {
         {"dist_coeffs: [ -0.016, 0.0042, -0.0005, 0. ]", "dist_coeffs: [ -0.016, 0.0042 ]",
          ": camera left: dist_coeffs: expected 4 numbers, found 2"},
         {"[ 1280, 720 ]", "[ 1280, 800 ]", ": the four cameras must share one resolution"},
-        {sedan, "%YAML:1.0\n---\nvehicle: { width: 1.8 }\n", ": missing 'cameras' map"}};
+        {sedan, "%YAML:1.0\n---\nvehicle: { width: 1.8 }\n", ": missing 'cameras' map"},
+        {sedan, "", ": the file is empty"},
+        {"2.38, 0.70", ".nan, 0.70", ": camera front: position: expected finite numbers"},
+        {"[ 330.5, 0., 641.3, 0., 330.2, 358.7, 0., 0., 1. ]",
+         "!!opencv-matrix { rows: 3, cols: 3, dt: d, data: [ 330.5, 0. ] }",
+         ": camera front: camera_matrix: malformed !!opencv-matrix (rows, cols, dt and data disagree)"},
+        {"front: 3.0", "front: 1e6", ": birdseye canvas of 785 x 100000770 pixels is unusable (8 x 8 to 100 million pixels)"},
+        {"width: 1280", "width: 1e20", ": output width: expected a whole number of pixels from 1 to 65536"}};
     for (const auto& row : rows) {
         std::string text = sedan;
         std::ofstream(path) << text.replace(text.find(row.from), row.from.size(), row.to);

@@ -65,6 +65,18 @@ TEST_F(SceneTest, LooksFollowGainGammaAndVignetting) {
     }
 }
 
+// A long drive loops over a ground that repeats every whole 24 m (48 m for
+// the sedan's 30.7 m canvas) instead of painting the whole way.
+TEST_F(SceneTest, LongDriveLoopsOverTheGround) {
+    rig::SceneOptions o;
+    o.speed = 24;
+    const rig::Scene drive(*rig_, o, 1000000000000L);
+    const cv::Mat start = drive.render(rig::kFront, 0);
+    EXPECT_GT(cv::norm(drive.render(rig::kFront, 1), start, cv::NORM_INF), 0);
+    EXPECT_EQ(cv::norm(drive.render(rig::kFront, 2), start, cv::NORM_INF), 0);
+    EXPECT_EQ(cv::norm(drive.render(rig::kFront, 999999999998L), start, cv::NORM_INF), 0);
+}
+
 TEST_F(SceneTest, ResizedCamerasKeepPixelCentres) {
     const cv::Vec3d ground(0.4, 3.5, 0);
     cv::Point2d a, b;

@@ -162,6 +162,12 @@ TEST(TablesCommand, ExitCodesAndMessages) {
     EXPECT_EQ(run(sedan + " --out-size 1280"),
               "2 svcompose tables: --out-size: expected WIDTHxHEIGHT, e.g. 1280x800, got '1280'\n"
               "Run 'svcompose tables --help' for the options.\n");
+    EXPECT_EQ(run(sedan + " --beta nan"), "2 svcompose tables: --beta: expected a finite number, got nan\n"
+                                          "Run 'svcompose tables --help' for the options.\n");
+    EXPECT_EQ(run(sedan + " --fov 100"), "2 svcompose tables: --fov applies to homography folders only; "
+                                         "a physical rig file gives its own\n");
+    EXPECT_EQ(run(sedan + " --border 1e9"), "1 svcompose tables: camera front sees none of its part of the "
+                                            "output: check its lens, its pose and the border\n");
 }
 
 // Real frames through tables generated for their rig.

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <charconv>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -127,7 +128,8 @@ cv::Mat nv12_to_bgr(const uint8_t* src, int w, int h) {
 bool check_file(const std::string& path, std::string& err) {
     std::error_code ec;
     if (std::filesystem::is_regular_file(path, ec)) return true;
-    err = "cannot read " + path + ": no such file";
+    err = "cannot read " + path +
+          (std::filesystem::is_directory(path, ec) ? ": is a directory" : ": no such file");
     return false;
 }
 
@@ -136,10 +138,13 @@ std::string size_text(cv::Size size) {
 }
 
 bool parse_size(const std::string& text, cv::Size& size) {
+    // from_chars reports overflow, where sscanf's %d would wrap silently.
     int w = 0, h = 0;
-    char tail = 0;
-    if (std::sscanf(text.c_str(), "%dx%d%c", &w, &h, &tail) != 2) return false;
-    if (w <= 0 || h <= 0) return false;
+    const char* end = text.data() + text.size();
+    const auto a = std::from_chars(text.data(), end, w);
+    if (a.ec != std::errc() || a.ptr == end || *a.ptr != 'x') return false;
+    const auto b = std::from_chars(a.ptr + 1, end, h);
+    if (b.ec != std::errc() || b.ptr != end || w <= 0 || h <= 0) return false;
     size = cv::Size(w, h);
     return true;
 }
@@ -251,7 +256,9 @@ bool VideoDecoder::open(const std::string& path, cv::Size size,
     path_ = path;
     bytes_ = yuyv_bytes(size.width, size.height);
     log_ = temp_log_path();
-    std::string cmd = "ffmpeg -nostdin -v error -i " + sh_quote(path);
+    // Frames as stored, the size ffprobe reports: a rotation tag must not
+    // turn them.
+    std::string cmd = "ffmpeg -nostdin -v error -noautorotate -i " + sh_quote(path);
     // Stopping ffmpeg by closing its pipe makes it complain; let it stop
     // by itself when fewer frames are wanted.
     if (max_frames >= 0) cmd += " -frames:v " + std::to_string(max_frames);
@@ -281,6 +288,7 @@ bool VideoDecoder::close(std::string& err) {
     pipe_ = nullptr;
     const std::string reason = take_first_line(log_);
     log_.clear();
+    complaint_ = reason;
     if (frames_ > 0) return true;
     err = with_reason("cannot decode video " + path_,
                       reason.empty() ? "no frames" : reason);
@@ -294,6 +302,14 @@ bool write_png(const std::string& path, const cv::Mat& bgr, std::string& err) {
     } catch (const cv::Exception&) {
         ok = false;
     }
+    if (!ok) err = "cannot write " + path;
+    return ok;
+}
+
+bool write_text(const std::string& path, const std::string& text, std::string& err) {
+    FILE* f = std::fopen(path.c_str(), "wb");
+    bool ok = f && std::fwrite(text.data(), 1, text.size(), f) == text.size();
+    if (f && std::fclose(f) != 0) ok = false;
     if (!ok) err = "cannot write " + path;
     return ok;
 }

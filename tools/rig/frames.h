@@ -30,14 +30,15 @@ cv::Mat yuyv_to_bgr(const uint8_t* src, int w, int h);
 void bgr_to_nv12(const cv::Mat& bgr, uint8_t* dst);
 cv::Mat nv12_to_bgr(const uint8_t* src, int w, int h);
 
-// False, with "cannot read PATH: no such file" in err, unless path names
-// a regular file.
+// False, with "cannot read PATH: no such file" (or ": is a directory") in
+// err, unless path names a regular file.
 bool check_file(const std::string& path, std::string& err);
 
 // "1280x720"
 std::string size_text(cv::Size size);
 
-// Reads "WxH" (e.g. "1280x720"); false on anything else.
+// Reads "WxH" (e.g. "1280x720"); false on anything else, including sizes
+// beyond int.
 bool parse_size(const std::string& text, cv::Size& size);
 
 // A file of YUYV frame sets back to back, as sv_convert_image takes them.
@@ -102,17 +103,25 @@ public:
     // delivered no frame at all.
     bool close(std::string& err);
     long frames_read() const { return frames_; }
+    const std::string& path() const { return path_; }
+    // After close(): ffmpeg's first error line, empty when it had none
+    // (e.g. a truncated file that still delivered frames).
+    const std::string& complaint() const { return complaint_; }
 
 private:
     FILE* pipe_ = nullptr;
     std::string path_;
     std::string log_;
+    std::string complaint_;
     size_t bytes_ = 0;
     long frames_ = 0;
 };
 
 // Writes an 8-bit BGR image as PNG, creating nothing but the file.
 bool write_png(const std::string& path, const cv::Mat& bgr, std::string& err);
+
+// Writes a text file; false with "cannot write PATH" in err.
+bool write_text(const std::string& path, const std::string& text, std::string& err);
 
 // Reads an image as 8-bit BGR; false with a reason when it cannot.
 bool read_image(const std::string& path, cv::Mat& bgr, std::string& err);

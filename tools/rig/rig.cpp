@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <cmath>
+#include <cstdio>
 #include <vector>
 
 namespace rig {
@@ -21,6 +22,7 @@ cv::FileStorage open_yaml(const std::string& path) {
     // Checked first: OpenCV would log its own error line on a missing file.
     struct stat st;
     if (stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) throw RigError(path + ": cannot open");
+    if (st.st_size == 0) throw RigError(path + ": the file is empty");
     cv::FileStorage fs;
     try {
         fs.open(path, cv::FileStorage::READ);
@@ -46,7 +48,11 @@ std::vector<double> numbers(const cv::FileNode& n, const std::string& what, size
         v.push_back(static_cast<double>(n));
     } else if (n.isMap() && !n["data"].empty()) {
         cv::Mat m;
-        n >> m;
+        try {
+            n >> m;
+        } catch (const cv::Exception&) {
+            throw RigError(what + ": malformed !!opencv-matrix (rows, cols, dt and data disagree)");
+        }
         m.convertTo(m, CV_64F);
         v.assign(m.begin<double>(), m.end<double>());
     } else {
@@ -55,6 +61,9 @@ std::vector<double> numbers(const cv::FileNode& n, const std::string& what, size
     if (v.size() != count)
         throw RigError(what + ": expected " + std::to_string(count) + " numbers, found " +
                        std::to_string(v.size()));
+    // A NaN slips through every later comparison and silently blinds a camera.
+    for (double x : v)
+        if (!std::isfinite(x)) throw RigError(what + ": expected finite numbers");
     return v;
 }
 
@@ -66,12 +75,19 @@ double number_or(const cv::FileNode& n, const std::string& what, double fallback
     return n.empty() ? fallback : number(n, what);
 }
 
+// A size in pixels, checked before the cast to int.
+int pixels(double v, const std::string& what) {
+    if (!(v >= 1 && v <= 65536 && v == std::floor(v)))
+        throw RigError(what + ": expected a whole number of pixels from 1 to 65536");
+    return static_cast<int>(v);
+}
+
 // Intrinsics shared by both descriptions.
 Camera read_lens(const cv::FileNode& n, const std::string& where, double fov_deg) {
     Camera c;
     c.name = where;
     const auto res = numbers(n["resolution"], where + ": resolution", 2);
-    c.size = cv::Size(static_cast<int>(res[0]), static_cast<int>(res[1]));
+    c.size = cv::Size(pixels(res[0], where + ": resolution"), pixels(res[1], where + ": resolution"));
     if (c.size.width < 4 || c.size.height < 4 || c.size.width % 2 || c.size.height % 2)
         throw RigError(where + ": resolution must be even and at least 4 x 4");
     const auto k = numbers(n["camera_matrix"], where + ": camera_matrix", 9);
@@ -167,11 +183,15 @@ Rig load_physical_rig(const std::string& file) {
         throw RigError(file + ": vehicle and birdseye sizes must be positive");
     Canvas& cv_ = rig.canvas;
     cv_.mpp = 1 / ppm;
-    cv_.size = cv::Size(static_cast<int>(std::lround((el + vw + eri) * ppm)),
-                        static_cast<int>(std::lround((ef + vl + er) * ppm)));
-    if (cv_.size.width < 8 || cv_.size.height < 8 || cv_.size.area() > 100000000)
-        throw RigError(file + ": birdseye canvas of " + std::to_string(cv_.size.width) + " x " +
-                       std::to_string(cv_.size.height) + " pixels is unusable");
+    // In double: a far extent overflows int long before the area check.
+    const double cw = std::round((el + vw + eri) * ppm), ch = std::round((ef + vl + er) * ppm);
+    if (!(cw >= 8 && ch >= 8 && cw * ch <= 1e8)) {
+        char text[96];
+        std::snprintf(text, sizeof text, "%.10g x %.10g", cw, ch);
+        throw RigError(file + ": birdseye canvas of " + text +
+                       " pixels is unusable (8 x 8 to 100 million pixels)");
+    }
+    cv_.size = cv::Size(static_cast<int>(cw), static_cast<int>(ch));
     // Canvas pixel centres at integers: the left edge x = -0.5 lies el + vw/2
     // metres left of the origin.
     cv_.origin = cv::Point2d((el + vw / 2) * ppm - 0.5, (ef + vl / 2) * ppm - 0.5);
@@ -181,9 +201,10 @@ Rig load_physical_rig(const std::string& file) {
     const cv::FileNode out = fs["output"];
     if (!out.empty()) {
         OutputDefaults& o = rig.output;
-        o.size.width = static_cast<int>(number_or(out["width"], file + ": output width", o.size.width));
-        o.size.height =
-            static_cast<int>(number_or(out["height"], file + ": output height", o.size.height));
+        o.size.width = pixels(number_or(out["width"], file + ": output width", o.size.width),
+                              file + ": output width");
+        o.size.height = pixels(number_or(out["height"], file + ": output height", o.size.height),
+                               file + ": output height");
         o.rear_view = number_or(out["rear_view"], file + ": output rear_view", 0) != 0;
         o.rear_fov_deg = number_or(out["rear_fov"], file + ": output rear_fov", o.rear_fov_deg);
     }
@@ -230,7 +251,7 @@ Rig load_homography_rig(const std::string& folder, const HomographyOptions& hopt
         // Undistorted view: K with scaled focal lengths and shifted centre.
         const cv::Matx33d kv(c.K(0, 0) * sc[0], 0, c.K(0, 2) + sh[0], 0, c.K(1, 1) * sc[1],
                              c.K(1, 2) + sh[1], 0, 0, 1);
-        if (std::fabs(cv::determinant(hm)) < 1e-12 || !(sc[0] > 0 && sc[1] > 0))
+        if (!(std::fabs(cv::determinant(hm)) >= 1e-12) || !(sc[0] > 0 && sc[1] > 0))
             throw RigError(file + ": project_matrix or scale_xy is degenerate");
         cv::Matx33d g = kv.inv() * hm.inv() * place[i];
         if (!in_front(g, beside[i])) g = -g;

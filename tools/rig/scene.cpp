@@ -1,6 +1,7 @@
 #include "rig/scene.h"
 
 #include <cmath>
+#include <cstdio>
 #include <functional>
 #include <vector>
 
@@ -23,6 +24,7 @@ const cv::Scalar kYellow(40, 200, 235);
 
 constexpr double kMargin = 10.0;    // texture beyond the canvas, metres
 constexpr double kRoadHalf = 3.3;   // road from -3.3 m to 3.3 m across
+constexpr double kPattern = 24.0;   // paving tiles (0.8 m) and lane dashes (6 m) repeat
 constexpr float kOffTexture = -1e4f;  // remap source for backdrop pixels
 
 cv::Vec3b mix(cv::Vec3b a, cv::Vec3b b, double f) {
@@ -69,9 +71,25 @@ Scene::Scene(const Rig& rig, const SceneOptions& opt, long frames) : rig_(rig), 
     const cv::Point2d b = cv_.to_ground({cv_.size.width - 0.5, cv_.size.height - 0.5});
     extent_ = cv::Rect2d(std::min(a.x, b.x) - kMargin, std::min(a.y, b.y) - kMargin,
                          std::fabs(b.x - a.x) + 2 * kMargin, std::fabs(b.y - a.y) + 2 * kMargin);
-    lead_rows_ = int(std::ceil(std::max(0.0, opt.speed) * double(std::max(frames, 1L)) /
-                               opt.texture_mpp)) + 1;
+    const double extent_rows = std::ceil(extent_.height / opt.texture_mpp);
+    if (std::ceil(extent_.width / opt.texture_mpp) * extent_rows > 5e7) {
+        char text[128];
+        std::snprintf(text, sizeof text, "the ground of %.10g x %.10g m is too large for the "
+                      "synthetic scene", extent_.width, extent_.height);
+        throw RigError(text);
+    }
+    // A longer drive runs round a loop of whole pattern periods, so that the
+    // texture does not grow with the frames.
+    lap_rows_ = int(std::lround(std::ceil(extent_rows * opt.texture_mpp / kPattern) * kPattern /
+                                opt.texture_mpp));
+    const double travel = std::max(0.0, opt.speed) * double(std::max(frames, 1L)) / opt.texture_mpp;
+    lead_rows_ = travel + 1 < lap_rows_ ? int(std::ceil(travel)) + 1 : lap_rows_;
     paint_texture(opt.seed);
+    if (lead_rows_ == lap_rows_) {
+        // The top copies frame 0's ground, one lap on.
+        const int rows = texture_.rows - lead_rows_;
+        texture_.rowRange(lead_rows_, texture_.rows).copyTo(texture_.rowRange(0, rows));
+    }
     for (int k = 0; k < 4; ++k) build_view(k);
 }
 
@@ -81,7 +99,8 @@ cv::Point2f Scene::to_texture(cv::Point2d g) const {
 }
 
 cv::Mat Scene::texture_at(long t) const {
-    const int shift = std::min(lead_rows_, int(std::lround(opt_.speed * double(t) / opt_.texture_mpp)));
+    const double travel = std::fmod(opt_.speed * double(t) / opt_.texture_mpp, lap_rows_);
+    const int shift = std::min(lead_rows_, int(std::lround(travel)));
     return texture_(cv::Rect(0, lead_rows_ - shift, texture_.cols, texture_.rows - lead_rows_));
 }
 

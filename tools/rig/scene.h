@@ -46,8 +46,10 @@ void scale_cameras(Rig& rig, cv::Size size);
 
 class Scene {
 public:
-    // frames: how many frames will be rendered (the texture is made long
-    // enough for the vehicle's travel).
+    // frames: how many frames will be rendered. The texture covers the
+    // vehicle's travel, or, for a longer drive, one lap of a ground that
+    // repeats every whole 24 m beyond the canvas' length. Throws RigError
+    // when the canvas' ground is too large to paint.
     Scene(const Rig& rig, const SceneOptions& opt, long frames);
 
     // Camera k's view of frame t, BGR, before (`looks` false) or after its
@@ -72,7 +74,8 @@ private:
     Rig rig_;
     SceneOptions opt_;
     cv::Rect2d extent_;  // ground covered by the texture at frame 0, metres
-    int lead_rows_ = 0;  // texture rows ahead of frame 0, for the travel
+    int lap_rows_ = 0;   // texture rows after which the ground repeats
+    int lead_rows_ = 0;  // texture rows ahead of frame 0, for the travel (at most a lap)
     cv::Mat texture_;
     std::array<cv::Mat, 4> map_x_, map_y_, backdrop_, vignette_;
 };

@@ -57,6 +57,21 @@ void append_mesh_tags(std::string* s, int ow, int oh, const MeshTable& t, int ix
     append_tag(s, "IntervalY:", iy);
 }
 
+// A camera the mesh never samples would leave its side of the output blank
+// without a word.
+void check_every_camera_seen(const Rig& rig, const ControlTable& t) {
+    for (int cam = 0; cam < 4; ++cam) {
+        const MeshTable& tb = cam < kLeft ? t.tb1 : t.tb2;
+        bool seen = false;
+        for (size_t i = 0; i < tb.values.size() && !seen; i += 4)
+            seen = tb.values[i] >= 0 && tb.values[i + 3] == (cam & 1);
+        if (!seen)
+            throw RigError("camera " + rig.cameras[cam].name +
+                           " sees none of its part of the output: check its lens, its pose and "
+                           "the border");
+    }
+}
+
 }  // namespace
 
 void write_control_table(const std::string& path, const ControlTable& t) {
@@ -105,7 +120,9 @@ void write_settings(const std::string& path, const Settings& v) {
 
 void write_tables(const std::string& dir, const Rig& rig, const Layout& layout,
                   const Settings& settings) {
-    write_control_table(dir + "/control.txt", make_control_table(rig, layout));
+    const ControlTable control = make_control_table(rig, layout);
+    check_every_camera_seen(rig, control);
+    write_control_table(dir + "/control.txt", control);
     write_stat_table(dir + "/statistics.txt", make_stat_table(rig, layout.border));
     write_settings(dir + "/setting.txt", settings);
 }

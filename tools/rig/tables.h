@@ -93,7 +93,8 @@ void write_control_table(const std::string& path, const ControlTable& t);
 void write_stat_table(const std::string& path, const StatTable& t);
 void write_settings(const std::string& path, const Settings& s);
 
-// DIR/control.txt, DIR/statistics.txt, DIR/setting.txt.
+// DIR/control.txt, DIR/statistics.txt, DIR/setting.txt. Throws RigError,
+// writing nothing, when a camera would render no node at all.
 void write_tables(const std::string& dir, const Rig& rig, const Layout& layout,
                   const Settings& settings);
 

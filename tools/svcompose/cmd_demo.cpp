@@ -1,12 +1,12 @@
 // svcompose demo: the whole pipeline on a synthetic rig, before and after.
 #include <cstdio>
-#include <fstream>
 #include <memory>
 #include <vector>
 
 #include <opencv2/imgproc.hpp>
 
 #include "commands.h"
+#include "options.h"
 #include "rig/frames.h"
 #include "rig/progress.h"
 #include "rig/seams.h"
@@ -107,7 +107,8 @@ void demo(const DemoArgs& a) {
               rig::format_times(rig::summarize_times(ms)) + "\n";
     report += "wrote " + dir + "/before.png, after.png, side_by_side.png, control.txt, "
               "statistics.txt, setting.txt, report.txt\n";
-    std::ofstream(dir + "/report.txt") << report;
+    std::string err;
+    if (!rig::write_text(dir + "/report.txt", report, err)) throw CommandError(kExitFailure, err);
     std::fputs(report.c_str(), stdout);
 }
 
@@ -121,8 +122,9 @@ void add_demo_command(CLI::App& app) {
         "demo", "run the library on a synthetic rig whose cameras disagree; show before/after");
     cmd->add_option("--out", a->out_dir, "output folder")->capture_default_str();
     cmd->add_option("--frames", a->frames, "frames to run")
-        ->check(CLI::PositiveNumber)->capture_default_str();
-    cmd->add_option("--rig", a->scene.rig, "physical rig file (YAML)")->capture_default_str();
+        ->check(at_least(1))->capture_default_str();
+    cmd->add_option("--rig", a->scene.rig, "rig file (YAML) or homography folder")
+        ->capture_default_str();
     cmd->add_option("--out-size", a->out_size,
                     "output size WxH (default: the rig file's output size)")
         ->type_name("WxH");

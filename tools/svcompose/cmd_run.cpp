@@ -2,7 +2,6 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 
 #include <opencv2/imgproc.hpp>
@@ -120,7 +119,8 @@ void run(const RunOptions& o) {
         // The corrections in use and the camera images are the last frame's.
         summary += rig::format_seams(
             {{"last frame", probe->measure(s.library->camera_images(), gain_cur, tcurve_cur)}});
-        std::ofstream(o.out_dir + "/report.txt") << summary;
+        if (!rig::write_text(o.out_dir + "/report.txt", summary, err))
+            throw CommandError(kExitFailure, err);
     }
     std::fputs(summary.c_str(), stdout);
 }
@@ -133,7 +133,7 @@ void add_run_command(CLI::App& app) {
     add_input_options(cmd, o->input);
     cmd->add_option("--out", o->out_dir, "output folder")->required();
     cmd->add_option("--format", o->format, "png (one file per frame), nv12 (one raw file), both")
-        ->check(CLI::IsMember({"png", "nv12", "both"}));
+        ->check(CLI::IsMember({"png", "nv12", "both"}))->capture_default_str();
     cmd->add_option("--background", o->background,
                     "image shown where no camera is composed: one of the output's size, or a "
                     "vehicle picture, scaled over the vehicle box");

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "commands.h"
+#include "options.h"
 #include "rig/frames.h"
 #include "rig/progress.h"
 #include "synthetic.h"
@@ -60,10 +61,10 @@ void add_synth_command(CLI::App& app) {
     auto a = std::make_shared<SynthArgs>();
     auto* cmd = app.add_subcommand(
         "synth", "render four fisheye camera sequences of a synthetic ground scene");
-    cmd->add_option("--rig", a->scene.rig, "physical rig file (YAML)")->required();
+    cmd->add_option("--rig", a->scene.rig, "rig file (YAML) or homography folder")->required();
     cmd->add_option("--out", a->out_dir, "output folder")->required();
     cmd->add_option("--frames", a->frames, "frame sets to render")
-        ->check(CLI::PositiveNumber)->capture_default_str();
+        ->check(at_least(1))->capture_default_str();
     cmd->add_option("--out-size", a->out_size,
                     "output size WxH of the tables written beside the frames (default: the rig "
                     "file's output size)")

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "commands.h"
+#include "options.h"
 #include "rig/frames.h"
 #include "rig/tables.h"
 
@@ -43,30 +44,14 @@ void add_size_option(CLI::App* cmd, const std::string& name, cv::Size* size,
         ->type_name("WxH");
 }
 
-// Lower bound with a short message (CLI11's ranges print the type's limit).
-CLI::Validator bound(double low, bool strict) {
-    const std::string text = (strict ? ">" : ">=") + CLI::detail::to_string(low);
-    return CLI::Validator(
-        [low, strict, text](std::string& v) -> std::string {
-            double x = 0;
-            char tail = 0;
-            if (std::sscanf(v.c_str(), "%lf%c", &x, &tail) != 1) return "expected a number, got '" + v + "'";
-            if (strict ? x <= low : x < low) return "must be " + text + ", got " + v;
-            return "";
-        },
-        text);
-}
-
-CLI::Validator at_least(double low) { return bound(low, false); }
-
 void add_setting_options(CLI::App* cmd, rig::Settings* s) {
     const char* g = "Setting overrides";
     cmd->add_option("--StatFreq", s->StatFreq, "calibrate every N-th frame")
         ->check(at_least(1))->group(g)->capture_default_str();
     cmd->add_option("--StatL", s->StatL, "lowest channel value a statistics sample may hold")
-        ->check(CLI::Range(0, 255))->group(g)->capture_default_str();
+        ->check(between(0, 255))->group(g)->capture_default_str();
     cmd->add_option("--StatH", s->StatH, "highest channel value a statistics sample may hold")
-        ->check(CLI::Range(0, 255))->group(g)->capture_default_str();
+        ->check(between(0, 255))->group(g)->capture_default_str();
     cmd->add_option("--ThresRatio", s->ThresRatio, "pair tolerance in 1/16 of the brighter value")
         ->check(at_least(0))->group(g)->capture_default_str();
     cmd->add_option("--ThresL", s->ThresL, "smallest pair tolerance")
@@ -82,19 +67,26 @@ void add_setting_options(CLI::App* cmd, rig::Settings* s) {
     cmd->add_option("--tcRatio", s->tcRatio, "tone-curve bound ratio")
         ->group(g)->capture_default_str();
     cmd->add_option("--tcH", s->tcH, "tone-curve bound")->group(g)->capture_default_str();
-    cmd->add_option("--gMgn", s->gMgn, "gain margin")->group(g)->capture_default_str();
+    cmd->add_option("--gMgn", s->gMgn, "gain margin")
+        ->check(finite())->group(g)->capture_default_str();
     cmd->add_option("--Spd", s->Spd, "temporal smoothing divisor (1 = no smoothing)")
         ->check(at_least(1))->group(g)->capture_default_str();
 }
 
-[[noreturn]] void fail(const std::string& message) {
+[[noreturn]] void fail(const std::string& message, int code = kExitFailure) {
     std::fprintf(stderr, "svcompose tables: %s\n", message.c_str());
-    throw CLI::RuntimeError(kExitFailure);
+    throw CLI::RuntimeError(code);
 }
 
 void run_tables(const TablesArgs& a, const CLI::App& cmd) {
     try {
         const rig::Rig r = rig::load_rig(a.rig_path, a.hopt);
+        if (!r.homography)
+            for (const char* o : {"--canvas", "--vehicle-box", "--canvas-mpp", "--fov"})
+                if (cmd.count(o))
+                    fail(std::string(o) + " applies to homography folders only; a physical rig "
+                                          "file gives its own",
+                         kExitUsage);
 
         rig::LayoutOptions lo;
         lo.out = cmd.count("--out-size") ? a.out_size : r.output.size;
@@ -145,10 +137,11 @@ void add_tables_command(CLI::App& app) {
     cmd->add_flag("--rear-view", args->rear_view,
                   "show an undistorted, mirrored rear-camera view beside the bird's-eye");
     cmd->add_option("--rear-fov", args->rear_fov,
-                    "horizontal field of view of the rear view in degrees (default 120)");
+                    "horizontal field of view of the rear view in degrees (default 120)")
+        ->check(finite());
     cmd->add_option("--border", args->border,
                     "camera pixels kept clear of the image edges")
-        ->capture_default_str();
+        ->check(finite())->capture_default_str();
 
     const char* h = "Homography convention (rig folders)";
     add_size_option(cmd, "--canvas", &args->hopt.canvas,
@@ -166,7 +159,7 @@ void add_tables_command(CLI::App& app) {
                     "metres per canvas pixel (only for the camera poses)")
         ->check(bound(0, true))->group(h)->capture_default_str();
     cmd->add_option("--fov", args->hopt.fov_deg, "lens field of view in degrees")
-        ->check(CLI::Range(1.0, 360.0))->group(h)->capture_default_str();
+        ->check(between(1, 360))->group(h)->capture_default_str();
 
     add_setting_options(cmd, &args->settings);
     cmd->callback([args, cmd]() { run_tables(*args, *cmd); });

@@ -22,6 +22,9 @@ private:
     int code_;
 };
 
+// "svcompose <cmd>: warning: <message>" on stderr; the run goes on.
+void warn(const std::string& message);
+
 void add_tables_command(CLI::App& app);
 void add_demo_command(CLI::App& app);
 void add_synth_command(CLI::App& app);

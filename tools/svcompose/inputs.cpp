@@ -2,6 +2,7 @@
 
 #include <cctype>
 #include <filesystem>
+#include <initializer_list>
 
 #include <opencv2/imgcodecs.hpp>
 
@@ -92,7 +93,10 @@ public:
         // The shortest video ends the run.
         const size_t bytes = rig::yuyv_bytes(size_.width, size_.height);
         for (int k = 0; k < 4; ++k)
-            if (!video_[k].read(frame_set + k * bytes)) return false;
+            if (!video_[k].read(frame_set + k * bytes)) {
+                ended_ = k;
+                return false;
+            }
         return true;
     }
     void finish() override {
@@ -100,21 +104,42 @@ public:
             std::string err;
             if (!v.close(err)) throw CommandError(kExitFailure, err);
         }
+        // Only the video that ended the run: the others complain of the
+        // pipe closed under them.
+        if (ended_ < 0) return;
+        const rig::VideoDecoder& v = video_[ended_];
+        if (!v.complaint().empty())
+            warn("camera " + std::string(kCameraNames[ended_]) + " (" + v.path() + ") ended after " +
+                 std::to_string(v.frames_read()) + " frames: " + v.complaint());
     }
 
 private:
+    static constexpr const char* kCameraNames[4] = {"front", "rear", "left", "right"};
     rig::VideoDecoder video_[4];
+    int ended_ = -1;
 };
+
+bool has_extension(const std::string& path, std::initializer_list<const char*> known) {
+    std::string ext = std::filesystem::path(path).extension().string();
+    for (char& c : ext) c = char(std::tolower(static_cast<unsigned char>(c)));
+    for (const char* k : known)
+        if (ext == k) return true;
+    return false;
+}
 
 // By content, or by name for files too damaged for that (they then fail
 // as images, not as videos).
 bool is_image(const std::string& path) {
-    if (cv::haveImageReader(path)) return true;
-    std::string ext = std::filesystem::path(path).extension().string();
-    for (char& c : ext) c = char(std::tolower(static_cast<unsigned char>(c)));
-    for (const char* known : {".png", ".jpg", ".jpeg", ".bmp", ".tif", ".tiff", ".ppm", ".pgm", ".webp"})
-        if (ext == known) return true;
-    return false;
+    return cv::haveImageReader(path) ||
+           has_extension(path, {".png", ".jpg", ".jpeg", ".bmp", ".tif", ".tiff", ".ppm", ".pgm",
+                                ".webp"});
+}
+
+// By name: a raw frame-set file has no header to tell it by.
+bool is_video(const std::string& path) {
+    return has_extension(path, {".mp4", ".mkv", ".avi", ".mov", ".webm", ".m4v", ".ts", ".mts",
+                                ".flv", ".wmv", ".mpg", ".mpeg", ".h264", ".h265", ".hevc",
+                                ".y4m"});
 }
 
 }  // namespace
@@ -133,11 +158,11 @@ std::unique_ptr<FrameSource> open_inputs(const std::vector<std::string>& in,
         if (is_image(in[0]))
             throw CommandError(kExitUsage, in[0] + " is an image: give the four camera images "
                                                    "(front, rear, left, right)");
+        if (is_video(in[0]))
+            throw CommandError(kExitUsage, in[0] + " is a video: give the four camera videos "
+                                                   "(front, rear, left, right)");
         if (size.empty())
             throw CommandError(kExitUsage, "a raw frame-set file needs the camera size: --size WxH");
-        if (size.width % 2 || size.height % 2)
-            throw CommandError(kExitUsage, "--size " + rig::size_text(size) +
-                                               ": camera frames need an even width and height");
         return std::make_unique<RawSource>(in[0], size, max_frames);
     }
 

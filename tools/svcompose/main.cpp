@@ -12,7 +12,13 @@ std::string prefix(const CLI::App& app) {
     return used.empty() ? "svcompose" : "svcompose " + used.front()->get_name();
 }
 
+const CLI::App* g_app = nullptr;  // for warn(), called inside the parse
+
 }  // namespace
+
+void warn(const std::string& message) {
+    std::fprintf(stderr, "%s: warning: %s\n", prefix(*g_app).c_str(), message.c_str());
+}
 
 int main(int argc, char** argv) {
     CLI::App app{"svcompose: compose a bird's-eye surround view from four fisheye cameras"};
@@ -23,6 +29,7 @@ int main(int argc, char** argv) {
     add_synth_command(app);
     add_tables_command(app);
     add_seams_command(app);
+    g_app = &app;
     try {
         app.parse(argc, argv);
     } catch (const CLI::RuntimeError& e) {
@@ -31,6 +38,11 @@ int main(int argc, char** argv) {
     } catch (const CLI::ParseError& e) {
         // --help prints and succeeds; every other parse error is a usage error.
         if (e.get_exit_code() == 0) return app.exit(e);
+        if (app.get_subcommands().empty() && argc > 1 && argv[1][0] != '-') {
+            std::fprintf(stderr, "svcompose: unknown subcommand '%s'; run 'svcompose --help'\n",
+                         argv[1]);
+            return kExitUsage;
+        }
         const std::string p = prefix(app);
         std::fprintf(stderr, "%s: %s\nRun '%s --help' for the options.\n", p.c_str(), e.what(),
                      p.c_str());

@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "commands.h"
+#include "options.h"
 #include "rig/frames.h"
 #include "rig/progress.h"
 #include "sv_interface.h"
@@ -98,14 +99,16 @@ void Library::warn_if_tables_mismatch(cv::Size camera) const {
             max_y = std::max(max_y, n[1] >> 4);
         }
     }
-    if (max_x < 0) return;
+    if (max_x < 0) {
+        warn("the control table lets no camera see anything: the output stays background");
+        return;
+    }
     const bool beyond = max_x >= camera.width || max_y >= camera.height;
     const bool small = max_x < camera.width / 2 && max_y < camera.height / 2;
     if (beyond || small)
-        std::fprintf(stderr,
-                     "warning: the control table samples camera pixels up to x %d, y %d, but "
-                     "the camera frames are %s: were the tables made for these cameras?\n",
-                     max_x, max_y, rig::size_text(camera).c_str());
+        warn("the control table samples camera pixels up to x " + std::to_string(max_x) +
+             ", y " + std::to_string(max_y) + ", but the camera frames are " +
+             rig::size_text(camera) + ": were the tables made for these cameras?");
 }
 
 Library::~Library() { sv_deinit(); }
@@ -128,6 +131,10 @@ cv::Size size_option(const std::string& text, const char* option) {
     if (!rig::parse_size(text, s))
         throw CommandError(kExitUsage, std::string(option) + " " + text +
                                            ": expected WIDTHxHEIGHT, e.g. 1280x720");
+    // The library walks pixel pairs and row pairs.
+    if (s.width % 2 || s.height % 2)
+        throw CommandError(kExitUsage,
+                           std::string(option) + " " + text + ": needs an even width and height");
     return s;
 }
 
@@ -145,7 +152,7 @@ void add_input_options(CLI::App* cmd, InputOptions& o) {
                     "output size WxH (default: the control table's OutImgWidth x OutImgHeight)")
         ->type_name("WxH");
     cmd->add_option("--frames", o.frames, "stop after this many frame sets")
-        ->check(CLI::PositiveNumber);
+        ->check(at_least(1));
 }
 
 Session open_session(const InputOptions& o) {

@@ -76,7 +76,8 @@ std::vector<double> run_frames(Session& s, const char* label,
                                const std::function<void(uint8_t*)>& before,
                                const std::function<void(long, const uint8_t*)>& after);
 
-// "WxH" option text to a size; throws a usage error naming the option.
+// "WxH" option text to an even size; throws a usage error naming the
+// option.
 cv::Size size_option(const std::string& text, const char* option);
 
 #endif

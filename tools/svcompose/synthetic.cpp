@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 
 #include "commands.h"
+#include "options.h"
 #include "rig/frames.h"
 #include "session.h"
 
@@ -18,13 +19,13 @@ void add_scene_options(CLI::App* cmd, SceneArgs& a) {
     cmd->add_option("--seed", a.scene.seed, "seed of the ground texture")
         ->group(g)->capture_default_str();
     cmd->add_option("--speed", a.scene.speed, "metres the vehicle moves forward per frame")
-        ->check(CLI::NonNegativeNumber)->group(g)->capture_default_str();
+        ->check(at_least(0))->group(g)->capture_default_str();
     cmd->add_option("--drift", a.scene.drift,
                     "exposure drift: relative amplitude of a slow per-camera gain wave "
                     "(e.g. 0.2)")
-        ->check(CLI::Range(0.0, 0.9))->group(g)->capture_default_str();
+        ->check(between(0, 0.9))->group(g)->capture_default_str();
     cmd->add_option("--drift-period", a.scene.drift_period, "frames per drift cycle")
-        ->check(CLI::PositiveNumber)->group(g)->capture_default_str();
+        ->check(at_least(1))->group(g)->capture_default_str();
     cmd->add_flag("--neutral", a.neutral,
                   "give every camera the same neutral look (no photometric disagreement)")
         ->group(g);
