@@ -6,6 +6,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <thread>
 #include <vector>
 
 #include "img_fmt_trans.h"
@@ -51,6 +52,9 @@ namespace {
 
 // Set by a successful sv_init, cleared when the buffers go away.
 bool s_ready = false;
+
+// Threads the frame cycle may use (sv_set_threads).
+int s_threads = 1;
 
 const int kMaxOutW = 1280;     // the composition's chroma cache width
 const int kMaxInterval = 15;   // node spacing up to 32768 pixels
@@ -459,6 +463,16 @@ extern "C" int sv_convert_image(unsigned char* input, int, unsigned char* output
     // Wraps instead of overflowing after 2^31 frames.
     g_iter = static_cast<int>(static_cast<unsigned>(g_iter) + 1u);
     return 0;
+}
+
+extern "C" int sv_set_threads(int n) {
+    if (n < 0) {
+        std::printf("error! sv_set_threads needs 0 or more threads, not %d\n", n);
+        return -1;
+    }
+    if (n == 0) n = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
+    s_threads = n;
+    return s_threads;
 }
 
 extern "C" int sv_deinit(void) {

@@ -29,6 +29,13 @@ SV_EXPORT int sv_convert_image(unsigned char* input, int inputSize,
 // Releases what sv_init allocated. Always returns 0.
 SV_EXPORT int sv_deinit(void);
 
+// Threads for the frame cycle's conversion and composition: 1 (the default)
+// runs everything on the caller's thread, n > 1 splits the work over n
+// threads, 0 takes one per available core. The output is the same, byte for
+// byte, for every n. Returns the number of threads now in use, or -1 (and
+// changes nothing) for a negative n. Call it between frames, not during one.
+SV_EXPORT int sv_set_threads(int n);
+
 #ifdef __cplusplus
 }  // extern "C"
 
