@@ -10,6 +10,8 @@
 // bits.
 #include "pipe/data_processing.h"
 
+#include "pipe/mesh_walk.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -17,8 +19,6 @@
 
 namespace {
 
-// The chroma cache is indexed by output column and has a fixed width.
-const int kMaxOutW = 1280;
 const int kMaxInterval = 15;
 
 // Sample depths the colour helpers accept. A scale 1 << (bits - 8) needs
@@ -33,12 +33,6 @@ int64_t Limit(int64_t x, int64_t maxv) {
     return x;
 }
 
-// One direction of the 2 x 2 interpolation: arithmetic shift, no rounding.
-// Wide = int where the caller has shown that nothing leaves 32 bits.
-template <typename Wide>
-int Lerp(int a, int b, int f, int s) {
-    return static_cast<int>(a + ((static_cast<Wide>(b) - a) * f >> s));
-}
 
 // Tone-curve segment from level lo to hi over one knot spacing, d the
 // offset into it; the division truncates toward zero.
@@ -59,14 +53,7 @@ int ToChroma(int64_t x, int64_t s_out, int64_t den, int64_t maxv) {
 
 // ---- Composition -----------------------------------------------------------
 
-// Table index of the first node line of mesh cell k. Cells at and beyond a
-// seam skip its doubled line; the second test sees the shifted index, so s2
-// is a table index as well.
-int64_t PastSeams(int64_t k, int s1, int s2) {
-    if (s1 <= k) ++k;
-    if (s2 <= k) ++k;
-    return k;
-}
+using namespace svc::mesh;
 
 // The per-pixel steps: the compiler would otherwise keep Fetch out of line.
 #if defined(__GNUC__)
@@ -74,76 +61,6 @@ int64_t PastSeams(int64_t k, int s1, int s2) {
 #else
 #define SV_PIXEL_INLINE inline
 #endif
-
-// Fields of a mesh node that are interpolated.
-enum { kSrcX, kSrcY, kWeight, kFields };
-
-// One mesh cell of one table: corners [field][top, bottom][left, right] and
-// what every pixel of the cell shares.
-struct Cell {
-    int corner[kFields][2][2];
-    int cam;      // 0..3
-    bool blends;  // CamSel corners agree; a mixed cell renders at weight 0
-    bool seen;    // every SrcX and SrcY corner >= 0
-    bool narrow;  // interpolation cannot leave 32 bits (see NarrowLimit)
-};
-
-// Corner values below the limit in magnitude keep every product of the
-// interpolation inside int32: differences stay under 2 * limit and
-// fractions under 2^s, so each product stays under 2^31. Needs the same
-// fraction range in both directions, i.e. IntervalX == IntervalY.
-int64_t NarrowLimit(const tag_CtrlPara& p) {
-    return p.IntervalX == p.IntervalY ? int64_t{1} << (26 - p.IntervalY) : 0;
-}
-
-void LoadCell(const int* table, int64_t width, int64_t cell_x, int64_t cell_y,
-              int t, int64_t narrow_limit, Cell& c) {
-    int zeros = 0, ones = 0;
-    bool seen = true, narrow = true;
-    for (int a = 0; a < 2; ++a) {
-        for (int b = 0; b < 2; ++b) {
-            const int* node = table + ((cell_y + a) * width + cell_x + b) * 4;
-            for (int i = 0; i < kFields; ++i) {
-                c.corner[i][a][b] = node[i];
-                narrow = narrow && node[i] > -narrow_limit && node[i] < narrow_limit;
-            }
-            seen = seen && node[kSrcX] >= 0 && node[kSrcY] >= 0;
-            zeros += node[3] == 0;
-            ones += node[3] == 1;
-        }
-    }
-    c.cam = 2 * t + (ones == 4 ? 1 : 0);
-    c.blends = zeros == 4 || ones == 4;
-    c.seen = seen;
-    c.narrow = narrow;
-}
-
-template <typename Wide>
-int Interpolate(const int c[2][2], int fx, int fy, int s) {
-    const int top = Lerp<Wide>(c[0][0], c[0][1], fx, s);
-    const int bottom = Lerp<Wide>(c[1][0], c[1][1], fx, s);
-    return Lerp<Wide>(top, bottom, fy, s);
-}
-
-// One table's view of one output column for the rows of one cell row: the
-// horizontal half of the interpolation, done once for all those rows.
-struct Column {
-    int top[kFields], bottom[kFields];
-    int cam;
-    bool blends, seen, narrow;
-};
-
-template <typename Wide>
-void Cut(const Cell& c, int fx, int s, Column& col) {
-    for (int i = 0; i < kFields; ++i) {
-        col.top[i] = Lerp<Wide>(c.corner[i][0][0], c.corner[i][0][1], fx, s);
-        col.bottom[i] = Lerp<Wide>(c.corner[i][1][0], c.corner[i][1][1], fx, s);
-    }
-    col.cam = c.cam;
-    col.blends = c.blends;
-    col.seen = c.seen;
-    col.narrow = c.narrow;
-}
 
 // Everything a pixel needs besides its position and its columns.
 struct Frame {
@@ -295,13 +212,7 @@ void ComposePixel(const Frame& f, const Colour& colour, const Column* col[2], in
         }
         return;
     }
-    int w[2];
-    for (int t = 0; t < 2; ++t) {
-        const Column& c = *col[t];
-        w[t] = !c.blends ? 0
-               : c.narrow ? Lerp<int>(c.top[kWeight], c.bottom[kWeight], fy, f.shift)
-                          : Lerp<int64_t>(c.top[kWeight], c.bottom[kWeight], fy, f.shift);
-    }
+    const int w[2] = {col[0]->Weight(fy, f.shift), col[1]->Weight(fy, f.shift)};
     *luma = Blend(y[0], y[1], w[0], w[1]);
     if (even) {
         chroma[0] = Blend(u[0], u[1], w[0], w[1]);
@@ -315,136 +226,39 @@ void ComposePixel(const Frame& f, const Colour& colour, const Column* col[2], in
 // chroma cache of a strip sees its pairs' rows in the same order.
 const int kStrip = 64;
 
-// Where each column lies in the mesh: the same for every row, since the
-// horizontal walk never looks at the row.
-struct ColumnWalk {
-    int cell_x[kMaxOutW];  // table index of the cell's first node column
-    int fx[kMaxOutW];      // position inside the cell in 1/16 pixel
-    int end;               // the walk leaves the ROI or the table here
-};
-
-// The horizontal walk: the row's first cell is taken without the width test
-// (the caller has checked it against the table); a later cell past
-// TableWidth - 2, or a position past ROIEndX, ends every row. False when no
-// column is left.
-bool WalkColumns(const tag_CtrlPara& p, int64_t x0, int first_x, int out_w, ColumnWalk& w) {
-    // Table-space advance per output pixel in 1/2048 pixel: 131072 = 64 * 2048,
-    // rounded to nearest, at most 131072; positions advance from x0 by
-    // d in 1/16 pixel, at most 1279 * 131072 / 128.
-    const int step_x = (p.ZoomFactorX / 2 + 131072) / p.ZoomFactorX;
-    const int x_bits = p.IntervalX + 4;
-    const int64_t roi_end = 16 * static_cast<int64_t>(p.ROIEndX) + 15 - x0;
-    int64_t cell_k = x0 >> x_bits;
-    int cell_x = first_x;
-    // Where the current cell starts, as an advance: at most 0 for the first
-    // cell, at most the advance that entered it for later ones.
-    int cell_start = static_cast<int>((cell_k << x_bits) - x0);
-    w.end = out_w;
-    for (int col = 0, acc_x = 0; col < out_w; ++col, acc_x += step_x) {
-        const int d = (acc_x + 64) >> 7;
-        if (d > roi_end) {
-            w.end = col;
-            break;
-        }
-        if (d - cell_start >= (1 << x_bits)) {
-            cell_k = (x0 + d) >> x_bits;
-            const int64_t next = PastSeams(cell_k, p.L1, p.L2);
-            if (next > static_cast<int64_t>(p.TableWidth) - 2) {
-                w.end = col;
-                break;
-            }
-            cell_x = static_cast<int>(next);
-            cell_start = static_cast<int>((cell_k << x_bits) - x0);
-        }
-        w.cell_x[col] = cell_x;
-        w.fx[col] = d - cell_start;
-    }
-    return w.end > 0;
-}
-
 // Columns [lo, hi) of every row, top to bottom.
 template <class Colour>
 void RenderStrip(const Frame& f, const Colour& colour, const tag_CtrlPara& p,
-                 const ColumnWalk& walk, int lo, int hi, int64_t disp_x,
-                 unsigned char* out, int out_w, int out_h) {
+                 const Geometry& g, int lo, int hi, unsigned char* out, int out_w,
+                 int out_h) {
     // Per table, what the chroma pair last stored for each column pair
     // gives the colour correction; 128 before the first store.
     typename Colour::Pair cache[2][kStrip / 2];
     for (int t = 0; t < 2; ++t) std::fill(cache[t], cache[t] + kStrip / 2, Colour::Prepare(128, 128));
     Column band[2][kStrip];
-    int64_t band_y = -1;
-    const int64_t narrow_limit = NarrowLimit(p);
-    const int64_t step_y = (p.ZoomFactorY / 2 + 131072) / p.ZoomFactorY;
-    const int64_t cell_h16 = int64_t{1} << (p.IntervalY + 4);
-    // Origin in 1/16 pixel. The clamp holds for the first row only; later
-    // rows count from the unclamped origin.
-    const int64_t y0 = 16 * static_cast<int64_t>(p.ROIStartY);
-    int64_t y16 = y0 < 0 ? 0 : y0;
     const size_t stride = static_cast<size_t>(out_w);
-
-    int64_t acc_y = 0;
-    for (int row = 0; row < out_h; ++row, acc_y += step_y, y16 = y0 + ((acc_y + 64) >> 7)) {
-        const int64_t y_int = y16 >> 4;
-        if (y_int > p.ROIEndY) break;
-        const int64_t cell_y = PastSeams(y_int >> p.IntervalY, p.H1, p.H2);
-        // Admits the last table row: its lower corners lie in the spare row
-        // that the table storage keeps.
-        if (cell_y > static_cast<int64_t>(p.TableHeight) - 1) break;
-        const int64_t oy = static_cast<int64_t>(p.DispCoorY) + row;
-        // Above the table (rows after a clamped first row), or outside the
-        // output.
-        if (cell_y < 0 || oy < 0 || oy >= out_h) continue;
-        if (cell_y != band_y) {
-            band_y = cell_y;
-            Cell cell[2];
-            for (int col = lo; col < hi; ++col) {
-                if (col == lo || walk.cell_x[col] != walk.cell_x[col - 1]) {
-                    LoadCell(p.TB1, p.TableWidth, walk.cell_x[col], cell_y, 0, narrow_limit, cell[0]);
-                    LoadCell(p.TB2, p.TableWidth, walk.cell_x[col], cell_y, 1, narrow_limit, cell[1]);
-                }
-                for (int t = 0; t < 2; ++t) {
-                    if (cell[t].narrow)
-                        Cut<int>(cell[t], walk.fx[col], f.shift, band[t][col - lo]);
-                    else
-                        Cut<int64_t>(cell[t], walk.fx[col], f.shift, band[t][col - lo]);
-                }
-            }
-        }
-        // Signed remainder: negative only for seam rows set before row 0.
-        const int fy = static_cast<int>(y16 % cell_h16);
+    WalkRows(p, g, lo, hi, out_h, band[0], band[1], [&](int oy, int fy) {
         const bool even_row = oy % 2 == 0;
         unsigned char* luma = out + oy * stride;
         unsigned char* chroma = out + (out_h + oy / 2) * stride;
         for (int col = lo; col < hi; ++col) {
             const int i = col - lo;
-            const int ox = static_cast<int>(disp_x + col);
+            const int ox = static_cast<int>(g.disp_x + col);
             const Column* c[2] = {&band[0][i], &band[1][i]};
             typename Colour::Pair* pair[2] = {&cache[0][i / 2], &cache[1][i / 2]};
             ComposePixel(f, colour, c, fy, even_row && i % 2 == 0, pair, luma + ox, chroma + ox);
         }
-    }
+    });
 }
 
 template <class Colour>
 void Render(unsigned char** yuv, int in_w, int in_h, unsigned char* out,
             int out_w, int out_h, const tag_CtrlPara& p, const Colour& colour) {
-    // Only the horizontal origins move onto a chroma pair, so output column
-    // parity is the column's parity.
-    int64_t disp_x = p.DispCoorX, roi_x = p.ROIStartX;
-    if (disp_x % 2 != 0) ++disp_x;
-    if (roi_x % 2 != 0) ++roi_x;
-    // Every row starts in the same cell; out of the table, no row renders.
-    const int64_t x0 = 16 * roi_x;
-    const int64_t first_x = PastSeams(x0 >> (p.IntervalX + 4), p.L1, p.L2);
-    if (first_x < 0 || first_x > static_cast<int64_t>(p.TableWidth) - 1) return;
-    ColumnWalk walk;
-    if (!WalkColumns(p, x0, static_cast<int>(first_x), out_w, walk)) return;
-    // Columns whose output pixel lies inside the image.
-    const int lo = static_cast<int>(std::min<int64_t>(std::max<int64_t>(-disp_x, 0), out_w));
-    const int hi = static_cast<int>(std::min<int64_t>(out_w - disp_x, walk.end));
-    const Frame f = {yuv, in_w, in_h, p.IntervalY + 4};
-    for (int col = lo; col < hi; col += kStrip)
-        RenderStrip(f, colour, p, walk, col, std::min(col + kStrip, hi), disp_x, out, out_w, out_h);
+    Geometry g;
+    if (!PrepareGeometry(p, out_w, g)) return;
+    const Frame f = {yuv, in_w, in_h, g.shift};
+    for (int col = g.lo; col < g.hi; col += kStrip)
+        RenderStrip(f, colour, p, g, col, std::min(col + kStrip, g.hi), out, out_w, out_h);
 }
 
 bool Refuse(const char* why) {
@@ -479,7 +293,9 @@ bool CanRender(unsigned char** yuv, int in_w, int in_h, const unsigned char* out
 
 int BilinearInterpolation(int corners[2][2], int dx, int dy, int shift, int extra) {
     const int s = shift + extra;
-    return Interpolate<int64_t>(corners, dx, dy, s);
+    const int top = Lerp<int64_t>(corners[0][0], corners[0][1], dx, s);
+    const int bottom = Lerp<int64_t>(corners[1][0], corners[1][1], dx, s);
+    return Lerp<int64_t>(top, bottom, dy, s);
 }
 
 // Out-of-range depths or a non-positive spacing leave R, G, B as they are.
