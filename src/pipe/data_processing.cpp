@@ -10,6 +10,7 @@
 // bits.
 #include "pipe/data_processing.h"
 
+#include "pipe/compose_plan.h"
 #include "pipe/mesh_walk.h"
 
 #include <algorithm>
@@ -382,6 +383,8 @@ int DataProcessing(unsigned char** YUV, int WidthIn, int HeightIn,
     const tag_CtrlPara& p = *para;
     // Nothing could land in the output.
     if (p.DispCoorX >= OutW || p.DispCoorY >= OutH || p.TableHeight < 1) return 1;
+    if (bits == 8 && svc::RenderPlanned(YUV, WidthIn, HeightIn, out, OutW, OutH, p, gain, tcurve, step))
+        return 1;
     if (bits == 8)
         Render(YUV, WidthIn, HeightIn, out, OutW, OutH, p, Depth8(gain, tcurve, step));
     else

@@ -2,8 +2,14 @@
 // declared in its *_kernels.h; see dispatch.h.
 #include "simd/dispatch.h"
 
+#include "pipe/compose_kernels.h"
+
 namespace svc {
 
-// (accessors are added here, one per module)
+const ComposeKernels& ComposeKernelsActive() {
+    return PickKernels(ActiveIsa(), kComposeScalar, nullptr,
+                       nullptr, nullptr,
+                       nullptr);
+}
 
 }  // namespace svc

@@ -12,11 +12,17 @@
 
 namespace svc {
 
+template <class K>
+struct Same {
+    using Type = K;
+};
+
 // The variant for `isa`, falling back level by level to the portable one
 // where a variant was not built. Null entries are variants not built.
 template <class K>
-const K& PickKernels(Isa isa, const K& scalar, const K* sse41, const K* avx2,
-                     const K* avx512, const K* neon) {
+const K& PickKernels(Isa isa, const K& scalar, const typename Same<K>::Type* sse41,
+                     const typename Same<K>::Type* avx2, const typename Same<K>::Type* avx512,
+                     const typename Same<K>::Type* neon) {
     switch (isa) {
         case kIsaAvx512:
             if (avx512) return *avx512;
