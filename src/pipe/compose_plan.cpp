@@ -65,12 +65,10 @@ struct Plan {
     std::vector<Span> spans;
     std::vector<uint32_t> pos;      // sx | sy << 16 per contribution
     std::vector<uint32_t> weights;  // w0 & 0xffff | w1 << 16 per blended pixel
-    std::vector<int64_t> work;      // contributions left of each column, for strips
 
     // Per frame, reused.
-    std::vector<Scratch> scratch;
+    Scratch scratch;
     std::vector<unsigned char> cache[2];  // chroma pair last sampled, per table
-    std::vector<int> strip;               // column boundaries of the parts
     ColourLut lut;
 };
 
@@ -126,7 +124,6 @@ bool RecordRow(Plan& plan, const Geometry& g, const Column* band0, const Column*
             }
             ++open->end;
             plan.pos.push_back(static_cast<uint32_t>(sx) | static_cast<uint32_t>(sy) << 16);
-            ++plan.work[ox + 1];
             any = true;
         }
         row.runs[t][1] = static_cast<uint32_t>(plan.runs.size());
@@ -170,7 +167,6 @@ void Build(Plan& plan, int in_w, int in_h, int out_w, int out_h, const tag_CtrlP
     plan.para = p;
     plan.rows.clear(), plan.runs.clear(), plan.spans.clear();
     plan.pos.clear(), plan.weights.clear();
-    plan.work.assign(static_cast<size_t>(out_w) + 1, 0);
     plan.usable = in_w <= kMaxCamera && in_h <= kMaxCamera &&
                   int64_t{out_w} * out_h <= kMaxPlanPixels;
     NodeSpan read;
@@ -181,7 +177,6 @@ void Build(Plan& plan, int in_w, int in_h, int out_w, int out_h, const tag_CtrlP
             if (plan.usable) plan.usable = RecordRow(plan, g, band[0].data(), band[1].data(), oy, fy);
         }, &read);
     }
-    for (int64_t x = 1; x <= out_w; ++x) plan.work[x] += plan.work[x - 1];
     plan.node_lo = read.hi < read.lo ? 0 : read.lo;
     const int* tables[2] = {p.TB1, p.TB2};
     for (int t = 0; t < 2; ++t)
@@ -201,13 +196,18 @@ void BuildLut(const int* gain, const int* tcurve, int step, ColourLut& lut) {
 
 struct Frame {
     const Plan* plan;
-    Scratch* scratch;
+    Scratch* scratch;  // shared: parts write disjoint columns
     unsigned char* const* cams;
     unsigned char* out;
     const ComposeKernels* k;
-    const int* strip;  // parts + 1 even column boundaries
     unsigned char* cache[2];
 };
+
+// Output columns rendered together, top to bottom. Narrow enough that the
+// camera lines a strip reads stay in the first-level cache from one row to
+// the next, whichever way a camera is turned; even, so that strips hold
+// whole chroma pairs and each pair's cache sees its rows in order.
+const int kStrip = 64;
 
 // Samples and corrects table t's runs of one row inside the strip.
 void SampleRuns(const Frame& f, const Row& row, int t, int sb, int se, Scratch& s) {
@@ -243,9 +243,8 @@ void SampleRuns(const Frame& f, const Row& row, int t, int sb, int se, Scratch& 
 void RenderStrip(void* ctx, int part) {
     const Frame& f = *static_cast<const Frame*>(ctx);
     const Plan& plan = *f.plan;
-    Scratch& s = f.scratch[part];
-    const int sb = f.strip[part], se = f.strip[part + 1];
-    if (sb >= se) return;
+    Scratch& s = *f.scratch;
+    const int sb = part * kStrip, se = std::min(sb + kStrip, plan.out_w);
     const size_t stride = static_cast<size_t>(plan.out_w);
     for (const Row& row : plan.rows) {
         SampleRuns(f, row, 0, sb, se, s);
@@ -275,19 +274,6 @@ void RenderStrip(void* ctx, int part) {
     }
 }
 
-// Even column boundaries that share the contributions out evenly.
-void CutStrips(const Plan& plan, int parts, std::vector<int>& strip) {
-    strip.assign(static_cast<size_t>(parts) + 1, plan.out_w);
-    strip[0] = 0;
-    const int64_t total = plan.work[plan.out_w];
-    int x = 0;
-    for (int i = 1; i < parts; ++i) {
-        const int64_t goal = total * i / parts;
-        while (x < plan.out_w && plan.work[x] < goal) x += 2;
-        strip[i] = x;
-    }
-}
-
 std::mutex g_plan_lock;
 Plan g_plan;
 
@@ -304,18 +290,13 @@ bool RenderPlanned(unsigned char** yuv, int in_w, int in_h, unsigned char* out, 
     BuildLut(gain, tcurve, step, plan.lut);
     for (auto& c : plan.cache) std::fill(c.begin(), c.end(), 128);
 
-    const int parts = std::max(1, std::min(WorkerThreads(), out_w / 2));
-    if (plan.scratch.size() != static_cast<size_t>(parts) ||
-        plan.scratch[0].y[0].size() != static_cast<size_t>(out_w) + 2) {
-        plan.scratch.assign(static_cast<size_t>(parts), Scratch());
-        for (Scratch& s : plan.scratch)
-            for (int t = 0; t < 2; ++t) {
-                s.y[t].assign(static_cast<size_t>(out_w) + 2, 0);
-                s.uv[t].assign(static_cast<size_t>(out_w) + 2, 128);
-            }
-    }
-    CutStrips(plan, parts, plan.strip);
-    Frame f = {&plan, plan.scratch.data(), yuv, out, &ComposeKernelsActive(), plan.strip.data(),
+    if (plan.scratch.y[0].size() != static_cast<size_t>(out_w) + 2)
+        for (int t = 0; t < 2; ++t) {
+            plan.scratch.y[t].assign(static_cast<size_t>(out_w) + 2, 0);
+            plan.scratch.uv[t].assign(static_cast<size_t>(out_w) + 2, 128);
+        }
+    const int parts = (out_w + kStrip - 1) / kStrip;
+    Frame f = {&plan, &plan.scratch, yuv, out, &ComposeKernelsActive(),
                {plan.cache[0].data(), plan.cache[1].data()}};
     RunParts(parts, RenderStrip, &f);
     return true;
