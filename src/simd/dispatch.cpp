@@ -8,7 +8,7 @@ namespace svc {
 
 const ComposeKernels& ComposeKernelsActive() {
     return PickKernels(ActiveIsa(), kComposeScalar, nullptr,
-                       SV_X86_KERNEL(kComposeAvx2), nullptr,
+                       SV_X86_KERNEL(kComposeAvx2), SV_X86_KERNEL(kComposeAvx512),
                        nullptr);
 }
 
