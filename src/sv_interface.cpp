@@ -12,6 +12,7 @@
 #include "img_fmt_trans.h"
 #include "pipe/calib_GT.h"
 #include "pipe/data_processing.h"
+#include "workers.h"
 
 int WidthIn = 0;
 int HeightIn = 0;
@@ -53,8 +54,6 @@ namespace {
 // Set by a successful sv_init, cleared when the buffers go away.
 bool s_ready = false;
 
-// Threads the frame cycle may use (sv_set_threads).
-int s_threads = 1;
 
 const int kMaxOutW = 1280;     // the composition's chroma cache width
 const int kMaxInterval = 15;   // node spacing up to 32768 pixels
@@ -471,8 +470,8 @@ extern "C" int sv_set_threads(int n) {
         return -1;
     }
     if (n == 0) n = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
-    s_threads = n;
-    return s_threads;
+    svc::SetWorkerThreads(n);
+    return svc::WorkerThreads();
 }
 
 extern "C" int sv_deinit(void) {

@@ -11,6 +11,8 @@
 #include "../bench/bench_rig.h"
 #include "common/compose_reference.h"
 #include "pipe/data_processing.h"
+#include "simd/isa.h"
+#include "sv_interface.h"
 
 namespace {
 
@@ -93,29 +95,79 @@ struct RandomFrame {
     return ::testing::AssertionSuccess();
 }
 
-class ComposeFast : public ::testing::TestWithParam<unsigned> {};
+// Every instruction-set level this CPU runs, the scalar one first.
+std::vector<int> Levels() {
+    std::vector<int> levels;
+    for (int isa = svc::kIsaScalar; isa <= svc::kIsaNeon; ++isa)
+        if (svc::SetIsa(isa) == isa) levels.push_back(isa);
+    svc::SetIsa(svc::CpuIsa());
+    return levels;
+}
+
+class ComposeFast : public ::testing::TestWithParam<unsigned> {
+protected:
+    void TearDown() override { svc::SetIsa(svc::CpuIsa()); }
+};
 
 TEST_P(ComposeFast, MatchesReferenceOnRandomFrames) {
-    for (unsigned i = 0; i < 60; ++i) {
-        RandomFrame f(GetParam() * 1000 + i);
-        EXPECT_TRUE(SameBytes(f.Render(DataProcessing), f.Render(svtest::ComposeReference)))
-            << "seed " << GetParam() * 1000 + i;
+    for (int isa : Levels()) {
+        svc::SetIsa(isa);
+        for (unsigned i = 0; i < 30; ++i) {
+            RandomFrame f(GetParam() * 1000 + i);
+            EXPECT_TRUE(SameBytes(f.Render(DataProcessing), f.Render(svtest::ComposeReference)))
+                << "seed " << GetParam() * 1000 + i << ", " << svc::IsaName(isa);
+        }
     }
 }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, ComposeFast, ::testing::Range(0u, 8u));
 
-TEST(ComposeFastRig, MatchesReferenceOnTheBenchRig) {
+class ComposeFastRig : public ::testing::Test {
+protected:
+    void TearDown() override {
+        svc::SetIsa(svc::CpuIsa());
+        sv_set_threads(1);
+    }
     svtest::BenchRig rig;
-    std::mt19937 rng(7);
-    for (auto& b : rig.out) b = static_cast<unsigned char>(rng());
-    const std::vector<unsigned char> prefill = rig.out;
-    rig.Render();
-    const std::vector<unsigned char> fast = rig.out;
-    rig.out = prefill;
-    rig.compose = svtest::ComposeReference;
-    rig.Render();
-    EXPECT_TRUE(SameBytes(fast, rig.out));
+    std::vector<unsigned char> prefill = std::vector<unsigned char>(rig.out.size());
+    void SetUp() override {
+        std::mt19937 rng(7);
+        for (auto& b : prefill) b = static_cast<unsigned char>(rng());
+    }
+    std::vector<unsigned char> Render(svtest::BenchRig::Compose compose) {
+        rig.out = prefill;
+        rig.compose = compose;
+        rig.Render();
+        return rig.out;
+    }
+};
+
+TEST_F(ComposeFastRig, MatchesReferenceOnEveryLevelAndThreadCount) {
+    const std::vector<unsigned char> want = Render(svtest::ComposeReference);
+    for (int isa : Levels())
+        for (int threads = 1; threads <= 4; ++threads) {
+            svc::SetIsa(isa);
+            ASSERT_EQ(sv_set_threads(threads), threads);
+            EXPECT_TRUE(SameBytes(Render(DataProcessing), want)) << svc::IsaName(isa) << ", " << threads << " threads";
+        }
+}
+
+// A host may rewrite the tables in place between frames: the same pointers,
+// new geometry, never the old picture.
+TEST_F(ComposeFastRig, TablesChangedInPlaceAreSeen) {
+    Render(DataProcessing);
+    const tag_CtrlPara& p = rig.para;
+    for (int round = 0; round < 4; ++round) {
+        // A node's source column, row or weight inside the picture, or a
+        // scalar of the walk.
+        const size_t node = static_cast<size_t>(p.TableHeight / (2 + round)) * p.TableWidth + p.TableWidth / 3;
+        if (round == 3)
+            rig.para.ZoomFactorX += 7;
+        else
+            rig.tb[round % 2][4 * node + round] += 37;
+        const std::vector<unsigned char> fast = Render(DataProcessing);
+        EXPECT_TRUE(SameBytes(fast, Render(svtest::ComposeReference))) << "round " << round;
+    }
 }
 
 }  // namespace
