@@ -2,8 +2,16 @@
 // declared in its *_kernels.h; see dispatch.h.
 #include "simd/dispatch.h"
 
+#include "img_fmt_trans_kernels.h"
+
 namespace svc {
 
 // (accessors are added here, one per module)
+
+const YuyvKernels& YuyvKernelsInUse() {
+    return PickKernels<YuyvKernels>(ActiveIsa(), kYuyvScalar, SV_X86_KERNEL(kYuyvSse41),
+                                    SV_X86_KERNEL(kYuyvAvx2), SV_X86_KERNEL(kYuyvAvx512),
+                                    SV_NEON_KERNEL(kYuyvNeon));
+}
 
 }  // namespace svc
