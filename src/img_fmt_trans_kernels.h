@@ -27,7 +27,7 @@ struct YuyvKernels {
                            unsigned char* dst0, unsigned char* dst1, int width);
 };
 
-extern const YuyvKernels kYuyvScalar, kYuyvSse41, kYuyvAvx2, kYuyvAvx512, kYuyvNeon;
+extern const YuyvKernels kYuyvScalar, kYuyvSse41, kYuyvAvx2, kYuyvNeon;
 
 // The portable rows: kYuyvScalar, and the tails the vector variants leave
 // (called with pointers advanced past the vector body).
