@@ -1,73 +1,55 @@
 #include "img_fmt_trans.h"
 
 #include <climits>
+#include <cstddef>
 #include <cstdio>
+
+#include "img_fmt_trans_kernels.h"
 
 namespace {
 
 using Byte = unsigned char;
 
-// Where the chroma of one row pair lives in a 4:2:0 image. NV12 interleaves
-// U and V in one row (step 2, V one byte after U); I420 keeps two planes
-// (step 1). Either way the k-th chroma pair of a row is u[k * step], v[k * step].
-struct ChromaRows {
-    Byte* u;
-    Byte* v;
-    int step;     // distance between neighbouring U samples in a row
-    int rowSize;  // advance per row pair
-};
-
-ChromaRows Chroma(Byte* image, int w, int h, int code) {
-    Byte* planes = image + w * h;
-    if (code == 1) return {planes, planes + 1, 2, w};
-    return {planes, image + (w * h * 5) / 4, 1, w / 2};
+// The row kernels step by two pixels and two rows, and every byte offset
+// of the image must fit in 32 bits.
+bool SizeOk(const void* src, const void* dst, int w, int h) {
+    return src && dst && w > 0 && h > 0 && w % 2 == 0 && h % 2 == 0 &&
+           static_cast<long long>(w) * h * 2 <= INT_MAX;
 }
 
-// Packed to 4:2:0: the pair's chroma comes from its first row only
-// (vertical decimation, no averaging).
-void PackedToPlanar(const Byte* src, Byte* dst, int w, int h, ChromaRows c) {
-    for (int r = 0; r < h; r += 2) {
-        const Byte* s0 = src + r * 2 * w;
-        const Byte* s1 = s0 + 2 * w;
-        Byte* y0 = dst + r * w;
-        Byte* y1 = y0 + w;
-        Byte* u = c.u;
-        Byte* v = c.v;
-        for (int x = 0; x < w; x += 2, u += c.step, v += c.step) {
-            y0[x] = s0[2 * x];
-            *u = s0[2 * x + 1];
-            y0[x + 1] = s0[2 * x + 2];
-            *v = s0[2 * x + 3];
-            y1[x] = s1[2 * x];
-            y1[x + 1] = s1[2 * x + 2];
-        }
-        c.u += c.rowSize;
-        c.v += c.rowSize;
-    }
+// Row pairs [r0, r1) of a w x h image; each call hands one pair to the
+// kernel with the pair's rows, luma rows and chroma row(s).
+void PackedToNv12(const svc::YuyvKernels& k, const Byte* src, Byte* dst, ptrdiff_t w, ptrdiff_t h,
+                  int r0, int r1) {
+    Byte* uv = dst + w * h;
+    for (ptrdiff_t r = r0; r < r1; r += 2)
+        k.packed_to_nv12(src + r * 2 * w, src + (r + 1) * 2 * w, dst + r * w, dst + (r + 1) * w,
+                         uv + (r / 2) * w, static_cast<int>(w));
 }
 
-// 4:2:0 to packed: both rows of a pair carry the pair's one chroma row.
-void PlanarToPacked(const Byte* src, Byte* dst, int w, int h, ChromaRows c) {
-    for (int r = 0; r < h; r += 2) {
-        const Byte* y0 = src + r * w;
-        const Byte* y1 = y0 + w;
-        Byte* o0 = dst + r * 2 * w;
-        Byte* o1 = o0 + 2 * w;
-        const Byte* u = c.u;
-        const Byte* v = c.v;
-        for (int x = 0; x < w; x += 2, u += c.step, v += c.step) {
-            o0[2 * x] = y0[x];
-            o0[2 * x + 1] = *u;
-            o0[2 * x + 2] = y0[x + 1];
-            o0[2 * x + 3] = *v;
-            o1[2 * x] = y1[x];
-            o1[2 * x + 1] = *u;
-            o1[2 * x + 2] = y1[x + 1];
-            o1[2 * x + 3] = *v;
-        }
-        c.u += c.rowSize;
-        c.v += c.rowSize;
-    }
+// I420: U plane at w x h, V plane a quarter of that after it, each row
+// pair owning w / 2 bytes of both.
+void PackedToI420(const svc::YuyvKernels& k, const Byte* src, Byte* dst, ptrdiff_t w, ptrdiff_t h) {
+    Byte* u = dst + w * h;
+    Byte* v = u + w * h / 4;
+    for (ptrdiff_t r = 0; r < h; r += 2)
+        k.packed_to_i420(src + r * 2 * w, src + (r + 1) * 2 * w, dst + r * w, dst + (r + 1) * w,
+                         u + (r / 2) * (w / 2), v + (r / 2) * (w / 2), static_cast<int>(w));
+}
+
+void Nv12ToPacked(const svc::YuyvKernels& k, const Byte* src, Byte* dst, ptrdiff_t w, ptrdiff_t h) {
+    const Byte* uv = src + w * h;
+    for (ptrdiff_t r = 0; r < h; r += 2)
+        k.nv12_to_packed(src + r * w, src + (r + 1) * w, uv + (r / 2) * w, dst + r * 2 * w,
+                         dst + (r + 1) * 2 * w, static_cast<int>(w));
+}
+
+void I420ToPacked(const svc::YuyvKernels& k, const Byte* src, Byte* dst, ptrdiff_t w, ptrdiff_t h) {
+    const Byte* u = src + w * h;
+    const Byte* v = u + w * h / 4;
+    for (ptrdiff_t r = 0; r < h; r += 2)
+        k.i420_to_packed(src + r * w, src + (r + 1) * w, u + (r / 2) * (w / 2), v + (r / 2) * (w / 2),
+                         dst + r * 2 * w, dst + (r + 1) * 2 * w, static_cast<int>(w));
 }
 
 }  // namespace
@@ -77,17 +59,36 @@ void YUYV_I420(char* src, char* dst, int width, int height, int srcCode,
     const bool toPlanar = srcCode == 3 && (dstCode == 0 || dstCode == 1);
     const bool toPacked = dstCode == 3 && (srcCode == 0 || srcCode == 1);
     if (!toPlanar && !toPacked) return;
-    // The loops step by two, and every offset must fit in 32 bits.
-    if (!src || !dst || width <= 0 || height <= 0 || width % 2 || height % 2 ||
-        static_cast<long long>(width) * height * 2 > INT_MAX) {
+    if (!SizeOk(src, dst, width, height)) {
         std::printf("error! YUYV_I420 needs an even image size and two buffers (%d x %d)\n",
                     width, height);
         return;
     }
-    Byte* s = reinterpret_cast<Byte*>(src);
+    const Byte* s = reinterpret_cast<const Byte*>(src);
     Byte* d = reinterpret_cast<Byte*>(dst);
-    if (toPlanar)
-        PackedToPlanar(s, d, width, height, Chroma(d, width, height, dstCode));
+    const svc::YuyvKernels& k = svc::YuyvKernelsInUse();
+    if (srcCode == 3 && dstCode == 1)
+        PackedToNv12(k, s, d, width, height, 0, height);
+    else if (srcCode == 3)
+        PackedToI420(k, s, d, width, height);
+    else if (srcCode == 1)
+        Nv12ToPacked(k, s, d, width, height);
     else
-        PlanarToPacked(s, d, width, height, Chroma(s, width, height, srcCode));
+        I420ToPacked(k, s, d, width, height);
 }
+
+namespace svc {
+
+void ConvertYuyvToNv12Rows(const unsigned char* src, unsigned char* dst, int width, int height,
+                           int row_begin, int row_end) {
+    if (!SizeOk(src, dst, width, height) || row_begin < 0 || row_begin % 2 || row_end % 2 ||
+        row_begin > row_end || row_end > height) {
+        std::printf("error! ConvertYuyvToNv12Rows needs an even image size, two buffers and even "
+                    "rows 0 <= begin <= end <= height (%d x %d, rows %d..%d)\n",
+                    width, height, row_begin, row_end);
+        return;
+    }
+    PackedToNv12(YuyvKernelsInUse(), src, dst, width, height, row_begin, row_end);
+}
+
+}  // namespace svc

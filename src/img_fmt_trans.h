@@ -10,4 +10,19 @@
 SV_EXPORT void YUYV_I420(char* src, char* dst, int width, int height,
                          int srcCode, int dstCode);
 
+namespace svc {
+
+// The (3,1) conversion of YUYV_I420 restricted to the row pairs in
+// [row_begin, row_end) of a width x height image: packed rows in, their luma
+// rows and chroma rows out, at the places they have in the whole frame's
+// NV12 image (dst points at that image's start). Bands that tile 0..height
+// give exactly the whole-frame result, so threads may share one frame.
+// row_begin and row_end must be even with 0 <= row_begin <= row_end <=
+// height; otherwise, or for a size YUYV_I420 refuses, it prints an error
+// and writes nothing.
+SV_EXPORT void ConvertYuyvToNv12Rows(const unsigned char* src, unsigned char* dst, int width,
+                                     int height, int row_begin, int row_end);
+
+}  // namespace svc
+
 #endif

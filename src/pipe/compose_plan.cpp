@@ -60,7 +60,8 @@ struct Plan {
 
     // False where the plan cannot express this geometry.
     bool usable = false;
-    std::vector<Row> rows;
+    std::vector<Row> rows;             // by strip, then top to bottom
+    std::vector<uint32_t> strip_rows;  // strip k's rows: [strip_rows[k], strip_rows[k + 1])
     std::vector<Run> runs;
     std::vector<Span> spans;
     std::vector<uint32_t> pos;      // sx | sy << 16 per contribution
@@ -161,6 +162,51 @@ bool RecordRow(Plan& plan, const Geometry& g, const Column* band0, const Column*
     return true;
 }
 
+// Output columns rendered together, top to bottom. Narrow enough that the
+// camera lines a strip reads stay in the first-level cache from one row to
+// the next, whichever way a camera is turned; even, so that strips hold
+// whole chroma pairs and each pair's cache sees its rows in order.
+const int kStrip = 64;
+
+// Cuts every row at the strip boundaries, so that a strip walks only its
+// own runs and spans, already clipped.
+void CutIntoStrips(Plan& plan) {
+    std::vector<Row> rows;
+    std::vector<Run> runs;
+    std::vector<Span> spans;
+    const int strips = (plan.out_w + kStrip - 1) / kStrip;
+    plan.strip_rows.assign(static_cast<size_t>(strips) + 1, 0);
+    for (int k = 0; k < strips; ++k) {
+        plan.strip_rows[k] = static_cast<uint32_t>(rows.size());
+        const int sb = k * kStrip, se = std::min(sb + kStrip, plan.out_w);
+        for (const Row& row : plan.rows) {
+            Row cut = row;
+            for (int t = 0; t < 2; ++t) {
+                cut.runs[t][0] = static_cast<uint32_t>(runs.size());
+                for (uint32_t i = row.runs[t][0]; i < row.runs[t][1]; ++i) {
+                    const Run& r = plan.runs[i];
+                    const int b = std::max(r.begin, sb), e = std::min(r.end, se);
+                    if (b < e) runs.push_back({b, e, r.cam, r.pos + static_cast<uint32_t>(b - r.begin)});
+                }
+                cut.runs[t][1] = static_cast<uint32_t>(runs.size());
+            }
+            cut.spans[0] = static_cast<uint32_t>(spans.size());
+            for (uint32_t i = row.spans[0]; i < row.spans[1]; ++i) {
+                const Span& sp = plan.spans[i];
+                const int b = std::max(sp.begin, sb), e = std::min(sp.end, se);
+                if (b < e) spans.push_back({b, e, sp.kind, sp.w + static_cast<uint32_t>(b - sp.begin)});
+            }
+            cut.spans[1] = static_cast<uint32_t>(spans.size());
+            // Spans lie inside runs: no run, nothing to do in this strip.
+            if (cut.runs[0][0] != cut.runs[1][1]) rows.push_back(cut);
+        }
+    }
+    plan.strip_rows[strips] = static_cast<uint32_t>(rows.size());
+    plan.rows.swap(rows);
+    plan.runs.swap(runs);
+    plan.spans.swap(spans);
+}
+
 void Build(Plan& plan, int in_w, int in_h, int out_w, int out_h, const tag_CtrlPara& p) {
     plan.built = true;
     plan.in_w = in_w, plan.in_h = in_h, plan.out_w = out_w, plan.out_h = out_h;
@@ -182,6 +228,7 @@ void Build(Plan& plan, int in_w, int in_h, int out_w, int out_h, const tag_CtrlP
     for (int t = 0; t < 2; ++t)
         plan.nodes[t].assign(tables[t] + plan.node_lo * 4, tables[t] + (read.hi + 1) * 4);
     for (auto& c : plan.cache) c.assign(static_cast<size_t>(out_w) + 2, 128);
+    if (plan.usable) CutIntoStrips(plan);
 }
 
 void BuildLut(const int* gain, const int* tcurve, int step, ColourLut& lut) {
@@ -203,25 +250,18 @@ struct Frame {
     unsigned char* cache[2];
 };
 
-// Output columns rendered together, top to bottom. Narrow enough that the
-// camera lines a strip reads stay in the first-level cache from one row to
-// the next, whichever way a camera is turned; even, so that strips hold
-// whole chroma pairs and each pair's cache sees its rows in order.
-const int kStrip = 64;
-
-// Samples and corrects table t's runs of one row inside the strip.
-void SampleRuns(const Frame& f, const Row& row, int t, int sb, int se, Scratch& s) {
+// Samples and corrects table t's runs of one row of a strip.
+void SampleRuns(const Frame& f, const Row& row, int t, Scratch& s) {
     const Plan& plan = *f.plan;
     const bool even = (row.oy & 1) == 0;
     unsigned char* y = s.y[t].data();
     unsigned char* cache = f.cache[t];
     for (uint32_t i = row.runs[t][0]; i < row.runs[t][1]; ++i) {
         const Run& r = plan.runs[i];
-        const int b = std::max(r.begin, sb), e = std::min(r.end, se);
-        if (b >= e) continue;
+        const int b = r.begin, e = r.end;
         const unsigned char* img = f.cams[r.cam];
         // Positions of columns b and fe.
-        const uint32_t* pos = plan.pos.data() + r.pos + (b - r.begin);
+        const uint32_t* pos = plan.pos.data() + r.pos;
         f.k->sample_luma(pos, e - b, img, plan.in_w, y + b);
         // Even pixels of even rows refresh their pair's chroma; the others
         // reuse what the pair last held, possibly from rows above.
@@ -244,23 +284,22 @@ void RenderStrip(void* ctx, int part) {
     const Frame& f = *static_cast<const Frame*>(ctx);
     const Plan& plan = *f.plan;
     Scratch& s = *f.scratch;
-    const int sb = part * kStrip, se = std::min(sb + kStrip, plan.out_w);
     const size_t stride = static_cast<size_t>(plan.out_w);
-    for (const Row& row : plan.rows) {
-        SampleRuns(f, row, 0, sb, se, s);
-        SampleRuns(f, row, 1, sb, se, s);
+    for (uint32_t k = plan.strip_rows[part]; k < plan.strip_rows[part + 1]; ++k) {
+        const Row& row = plan.rows[k];
+        SampleRuns(f, row, 0, s);
+        SampleRuns(f, row, 1, s);
         const bool even = (row.oy & 1) == 0;
         unsigned char* luma = f.out + row.oy * stride;
         unsigned char* chroma = f.out + (plan.out_h + row.oy / 2) * stride;
         for (uint32_t i = row.spans[0]; i < row.spans[1]; ++i) {
             const Span& sp = plan.spans[i];
-            const int b = std::max(sp.begin, sb), e = std::min(sp.end, se);
-            if (b >= e) continue;
+            const int b = sp.begin, e = sp.end;
             const int fe = b + (b & 1);
             const int pairs = even && fe < e ? (e - fe + 1) / 2 : 0;
             if (sp.kind == kBoth) {
                 // Weights of columns b and fe.
-                const uint32_t* w = plan.weights.data() + sp.w + (b - sp.begin);
+                const uint32_t* w = plan.weights.data() + sp.w;
                 f.k->blend(s.y[0].data() + b, s.y[1].data() + b, w, e - b, luma + b);
                 if (pairs)
                     f.k->blend_pairs(s.uv[0].data() + fe, s.uv[1].data() + fe, w + (fe - b), pairs, chroma + fe);
