@@ -430,6 +430,38 @@ extern "C" int sv_init(const char* ctrlPath, const char* statPath,
     return 0;
 }
 
+namespace {
+
+// The four conversions; with helper threads each camera is cut into bands
+// of row pairs, which give the same bytes as whole frames.
+struct ConvertJob {
+    const unsigned char* input;
+    int bands;
+};
+
+void ConvertBand(void* ctx, int part) {
+    const ConvertJob& job = *static_cast<const ConvertJob*>(ctx);
+    const int cam = part / job.bands, band = part % job.bands, pairs = HeightIn / 2;
+    const size_t frameBytes = 2 * static_cast<size_t>(WidthIn) * HeightIn;
+    svc::ConvertYuyvToNv12Rows(job.input + cam * frameBytes, YUVarray[cam], WidthIn, HeightIn,
+                               2 * (pairs * band / job.bands), 2 * (pairs * (band + 1) / job.bands));
+}
+
+void ConvertCameras(const unsigned char* input) {
+    const int threads = svc::WorkerThreads();
+    if (threads == 1) {
+        const int frameBytes = 2 * WidthIn * HeightIn;
+        for (int k = 0; k < 4; ++k)
+            YUYV_I420(reinterpret_cast<char*>(const_cast<unsigned char*>(input) + k * frameBytes),
+                      reinterpret_cast<char*>(YUVarray[k]), WidthIn, HeightIn, 3, 1);
+        return;
+    }
+    ConvertJob job = {input, threads};
+    svc::RunParts(4 * threads, ConvertBand, &job);
+}
+
+}  // namespace
+
 extern "C" int sv_convert_image(unsigned char* input, int, unsigned char* output, int) {
     if (!s_ready) {
         std::puts("error! sv_convert_image called without a successful sv_init");
@@ -444,10 +476,7 @@ extern "C" int sv_convert_image(unsigned char* input, int, unsigned char* output
         std::printf("error! StatFreq %d and Spd %d must be at least 1\n", g_hfreq, g_S);
         return 0;
     }
-    const int frameBytes = 2 * WidthIn * HeightIn;
-    for (int k = 0; k < 4; ++k)
-        YUYV_I420(reinterpret_cast<char*>(input + k * frameBytes),
-                  reinterpret_cast<char*>(YUVarray[k]), WidthIn, HeightIn, 3, 1);
+    ConvertCameras(input);
 
     if (g_iter - (g_iter / g_hfreq) * g_hfreq == 0)
         CalibGT(YUVarray, WidthIn, HeightIn, ParaStat, gain, tcurve, g_VL, g_VH, g_rto,

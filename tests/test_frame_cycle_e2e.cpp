@@ -121,4 +121,30 @@ TEST_F(FrameCycle, SpdBlendsTowardTheFit)
     EXPECT_NE(std::vector<int>(gain, gain + 12), std::vector<int>(12, 1024));
 }
 
+// Helper threads cut the conversions and the composition into parts: every
+// byte the cycle leaves behind is the same for any number of them.
+TEST_F(FrameCycle, ThreadsLeaveTheSameBytes)
+{
+    std::vector<unsigned char> first;
+    for (int threads = 1; threads <= 4; ++threads) {
+        ASSERT_EQ(sv_set_threads(threads), threads);
+        Start();
+        std::fill(out.begin(), out.end(), 7);
+        for (int frame = 0; frame < 3; ++frame) Frame();
+        std::vector<unsigned char> state = out;
+        for (unsigned char* image : YUVarray) state.insert(state.end(), image, image + W * H * 3 / 2);
+        for (const int* values : {gain, gain_cur, tcurve, tcurve_cur}) {
+            const unsigned char* bytes = reinterpret_cast<const unsigned char*>(values);
+            state.insert(state.end(), bytes, bytes + (values == gain || values == gain_cur ? 12 : 36) * sizeof(int));
+        }
+        if (threads == 1)
+            first = state;
+        else
+            EXPECT_TRUE(state == first) << threads << " threads";
+        sv_deinit();
+    }
+    sv_set_threads(1);
+    Start();
+}
+
 }  // namespace
