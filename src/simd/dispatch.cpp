@@ -7,7 +7,7 @@
 namespace svc {
 
 const ComposeKernels& ComposeKernelsActive() {
-    return PickKernels(ActiveIsa(), kComposeScalar, nullptr,
+    return PickKernels(ActiveIsa(), kComposeScalar, SV_X86_KERNEL(kComposeSse41),
                        SV_X86_KERNEL(kComposeAvx2), SV_X86_KERNEL(kComposeAvx512),
                        nullptr);
 }
