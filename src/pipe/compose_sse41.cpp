@@ -1,7 +1,8 @@
 // SSE4.1 row kernels of the planned composition. Without gathers, offsets
 // and fractions are computed in vectors and the samples and colour tables
 // read with scalar loads; everything else runs in 128-bit lanes, 16-bit
-// wherever the products fit. Tails run the same blocks on padded copies.
+// wherever the products fit. Tails run the same blocks on padded copies,
+// except the blends' few bytes, which the portable kernels finish.
 #include <smmintrin.h>
 
 #include <cstdint>
@@ -231,15 +232,7 @@ void Blend(const unsigned char* a, const unsigned char* b, const uint32_t* w, in
     for (; i + 8 <= n; i += 8)
         MixBlock(a + i, b + i, _mm_loadu_si128(reinterpret_cast<const __m128i*>(w + i)),
                  _mm_loadu_si128(reinterpret_cast<const __m128i*>(w + i + 4)), out + i);
-    if (i < n) {
-        const int left = n - i;
-        unsigned char ab[8] = {}, bb[8] = {}, ob[8];
-        alignas(16) uint32_t wb[8] = {};
-        for (int k = 0; k < left; ++k) ab[k] = a[i + k], bb[k] = b[i + k], wb[k] = w[i + k];
-        MixBlock(ab, bb, _mm_load_si128(reinterpret_cast<const __m128i*>(wb)),
-                 _mm_load_si128(reinterpret_cast<const __m128i*>(wb + 4)), ob);
-        for (int k = 0; k < left; ++k) out[i + k] = ob[k];
-    }
+    kComposeScalar.blend(a + i, b + i, w + i, n - i, out + i);
 }
 
 // Both bytes of pair k take the weights of its even pixel, w[2k]; w holds
@@ -256,15 +249,7 @@ void BlendPairs(const unsigned char* a, const unsigned char* b, const uint32_t* 
                 unsigned char* out) {
     int i = 0;
     for (; i + 4 <= pairs; i += 4) MixPairs(a + 2 * i, b + 2 * i, w + 2 * i, out + 2 * i);
-    if (i < pairs) {
-        const int bytes = 2 * (pairs - i);
-        unsigned char ab[8] = {}, bb[8] = {}, ob[8];
-        uint32_t wb[8] = {};
-        for (int k = 0; k < bytes; ++k) ab[k] = a[2 * i + k], bb[k] = b[2 * i + k];
-        for (int k = 0; k < bytes - 1; ++k) wb[k] = w[2 * i + k];
-        MixPairs(ab, bb, wb, ob);
-        for (int k = 0; k < bytes; ++k) out[2 * i + k] = ob[k];
-    }
+    kComposeScalar.blend_pairs(a + 2 * i, b + 2 * i, w + 2 * i, pairs - i, out + 2 * i);
 }
 
 }  // namespace

@@ -9,7 +9,7 @@ namespace svc {
 const ComposeKernels& ComposeKernelsActive() {
     return PickKernels(ActiveIsa(), kComposeScalar, SV_X86_KERNEL(kComposeSse41),
                        SV_X86_KERNEL(kComposeAvx2), SV_X86_KERNEL(kComposeAvx512),
-                       nullptr);
+                       SV_NEON_KERNEL(kComposeNeon));
 }
 
 }  // namespace svc
