@@ -27,8 +27,12 @@ std::vector<Variant> Variants() {
     const svc::Isa cpu = svc::CpuIsa();
     (void)cpu;
 #if defined(SV_HAVE_X86_KERNELS)
+    if (cpu != svc::kIsaNeon && cpu >= svc::kIsaSse41) v.push_back({"sse4.1", &svc::kComposeSse41});
     if (cpu != svc::kIsaNeon && cpu >= svc::kIsaAvx2) v.push_back({"avx2", &svc::kComposeAvx2});
     if (cpu != svc::kIsaNeon && cpu >= svc::kIsaAvx512) v.push_back({"avx512", &svc::kComposeAvx512});
+#endif
+#if defined(SV_HAVE_NEON_KERNELS)
+    if (cpu == svc::kIsaNeon) v.push_back({"neon", &svc::kComposeNeon});
 #endif
     return v;
 }

@@ -51,7 +51,8 @@ void SampleChroma(const uint32_t* pos, int pairs, const unsigned char* img, int 
     const int* plane = reinterpret_cast<const int*>(img + w * h);
     const __m256i evens = _mm256_setr_epi32(0, 2, 4, 6, 1, 3, 5, 7);
     int i = 0;
-    for (; i + 8 <= pairs; i += 8) {
+    // A block reads positions up to 2i + 15: another pair must follow it.
+    for (; i + 8 < pairs; i += 8) {
         const __m256i a = _mm256_permutevar8x32_epi32(
             _mm256_loadu_si256(reinterpret_cast<const __m256i*>(pos + 2 * i)), evens);
         const __m256i b = _mm256_permutevar8x32_epi32(
@@ -163,7 +164,8 @@ void BlendPairs(const unsigned char* a, const unsigned char* b, const uint32_t* 
                 unsigned char* out) {
     const __m256i even = _mm256_setr_epi32(0, 0, 2, 2, 4, 4, 6, 6);
     int i = 0;
-    for (; i + 4 <= pairs; i += 4) {
+    // A block reads weights up to 2i + 7: another pair must follow it.
+    for (; i + 4 < pairs; i += 4) {
         const __m256i ws = _mm256_permutevar8x32_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(w + 2 * i)), even);
         Store8(out + 2 * i, Mix(a + 2 * i, b + 2 * i, ws));
     }

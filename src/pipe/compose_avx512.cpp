@@ -192,13 +192,13 @@ inline void CorrectBlock(const unsigned char* y, const unsigned char* uv, int n,
         const __m256i idx = _mm512_cvtusepi16_epi8(_mm512_max_epi16(_mm512_add_epi16(Y, both), _mm512_setzero_si512()));
         rgb[ch] = table[ch](_mm512_castsi256_si512(_mm256_maskz_mov_epi8(~black, idx)));
     }
-    for (int half = 0; half < 2; ++half) {
-        const Rgb16 px(_mm512_extracti32x4_epi32(rgb[0], half), _mm512_extracti32x4_epi32(rgb[1], half),
-                       _mm512_extracti32x4_epi32(rgb[2], half));
-        // Never negative, never above 255 after the shift.
-        Store8x16<kTail>(y_out + 16 * half, static_cast<__mmask16>(m >> (16 * half)),
-                         _mm512_cvtepi32_epi8(_mm512_srli_epi32(px.Sum(153, 301, 58, 256), 9)));
-    }
+    // Never negative, never above 255 after the shift.
+    const Rgb16 lo(_mm512_castsi512_si128(rgb[0]), _mm512_castsi512_si128(rgb[1]), _mm512_castsi512_si128(rgb[2]));
+    Store8x16<kTail>(y_out, static_cast<__mmask16>(m), _mm512_cvtepi32_epi8(_mm512_srli_epi32(lo.Sum(153, 301, 58, 256), 9)));
+    const Rgb16 hi(_mm512_extracti32x4_epi32(rgb[0], 1), _mm512_extracti32x4_epi32(rgb[1], 1),
+                   _mm512_extracti32x4_epi32(rgb[2], 1));
+    Store8x16<kTail>(y_out + 16, static_cast<__mmask16>(m >> 16),
+                     _mm512_cvtepi32_epi8(_mm512_srli_epi32(hi.Sum(153, 301, 58, 256), 9)));
     if (uv_out) {
         // The even pixels' channels: sixteen pairs.
         const Rgb16 px(_mm512_castsi512_si128(_mm512_permutexvar_epi8(evens, rgb[0])),

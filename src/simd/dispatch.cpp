@@ -8,9 +8,9 @@
 namespace svc {
 
 const ComposeKernels& ComposeKernelsActive() {
-    return PickKernels(ActiveIsa(), kComposeScalar, nullptr,
+    return PickKernels(ActiveIsa(), kComposeScalar, SV_X86_KERNEL(kComposeSse41),
                        SV_X86_KERNEL(kComposeAvx2), SV_X86_KERNEL(kComposeAvx512),
-                       nullptr);
+                       SV_NEON_KERNEL(kComposeNeon));
 }
 
 // No AVX-512 table: with frames in from memory, AVX2 already moves the
