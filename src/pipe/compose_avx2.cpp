@@ -50,13 +50,15 @@ void SampleChroma(const uint32_t* pos, int pairs, const unsigned char* img, int 
                   unsigned char* uv) {
     const int* plane = reinterpret_cast<const int*>(img + w * h);
     const __m256i evens = _mm256_setr_epi32(0, 2, 4, 6, 1, 3, 5, 7);
+    // Eight pairs take positions 2i .. 2i + 14; the odd one after them may
+    // not exist, so the second half is read one position early.
+    const __m256i odds = _mm256_setr_epi32(1, 3, 5, 7, 0, 2, 4, 6);
     int i = 0;
-    // A block reads positions up to 2i + 15: another pair must follow it.
-    for (; i + 8 < pairs; i += 8) {
+    for (; i + 8 <= pairs; i += 8) {
         const __m256i a = _mm256_permutevar8x32_epi32(
             _mm256_loadu_si256(reinterpret_cast<const __m256i*>(pos + 2 * i)), evens);
         const __m256i b = _mm256_permutevar8x32_epi32(
-            _mm256_loadu_si256(reinterpret_cast<const __m256i*>(pos + 2 * i + 8)), evens);
+            _mm256_loadu_si256(reinterpret_cast<const __m256i*>(pos + 2 * i + 7)), odds);
         const __m256i v = _mm256_permute2x128_si256(a, b, 0x20);
         const __m256i sx = _mm256_and_si256(v, Lane(0xffff)), sy = _mm256_srli_epi32(v, 16);
         const __m256i px = _mm256_srli_epi32(sx, 4), py = _mm256_srli_epi32(sy, 4);
@@ -163,10 +165,13 @@ void Blend(const unsigned char* a, const unsigned char* b, const uint32_t* w, in
 void BlendPairs(const unsigned char* a, const unsigned char* b, const uint32_t* w, int pairs,
                 unsigned char* out) {
     const __m256i even = _mm256_setr_epi32(0, 0, 2, 2, 4, 4, 6, 6);
+    // Four pairs take weights 2i .. 2i + 6; the odd one after them may not
+    // exist.
+    const __m256i seven = _mm256_setr_epi32(-1, -1, -1, -1, -1, -1, -1, 0);
     int i = 0;
-    // A block reads weights up to 2i + 7: another pair must follow it.
-    for (; i + 4 < pairs; i += 4) {
-        const __m256i ws = _mm256_permutevar8x32_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(w + 2 * i)), even);
+    for (; i + 4 <= pairs; i += 4) {
+        const __m256i ws = _mm256_permutevar8x32_epi32(
+            _mm256_maskload_epi32(reinterpret_cast<const int*>(w + 2 * i), seven), even);
         Store8(out + 2 * i, Mix(a + 2 * i, b + 2 * i, ws));
     }
     kComposeScalar.blend_pairs(a + 2 * i, b + 2 * i, w + 2 * i, pairs - i, out + 2 * i);

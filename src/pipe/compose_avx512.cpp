@@ -87,12 +87,14 @@ inline void ChromaBlock(const uint32_t* pos, int pairs, const unsigned char* pla
                         unsigned char* uv) {
     const __mmask16 m = First16(pairs);
     // Pair k's position is pos[2k]; the last pair's odd neighbour may not
-    // exist, so a tail reads only what its pairs need.
+    // exist. A whole block reads its second half one position early, a
+    // tail only what its pairs need.
     const __m512i evens = _mm512_setr_epi32(0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30);
+    const __m512i early = _mm512_setr_epi32(0, 2, 4, 6, 8, 10, 12, 14, 17, 19, 21, 23, 25, 27, 29, 31);
     const int need = 2 * pairs - 1;
     const __m512i a = Load32x16<kTail>(pos, First16(need));
-    const __m512i b = Load32x16<kTail>(pos + 16, First16(need - 16));
-    const __m512i v = _mm512_permutex2var_epi32(a, evens, b);
+    const __m512i v = kTail ? _mm512_permutex2var_epi32(a, evens, Load32x16<kTail>(pos + 16, First16(need - 16)))
+                            : _mm512_permutex2var_epi32(a, early, _mm512_loadu_si512(pos + 15));
     const __m512i sx = _mm512_and_si512(v, Lane(0xffff)), sy = _mm512_srli_epi32(v, 16);
     const __m512i px = _mm512_srli_epi32(sx, 4), py = _mm512_srli_epi32(sy, 4);
     // A chroma sample sits on the even luma sample: fractions in 1/32.
@@ -124,8 +126,7 @@ void SampleChroma(const uint32_t* pos, int pairs, const unsigned char* img, int 
                   unsigned char* uv) {
     const unsigned char* plane = img + w * h;
     int i = 0;
-    // A whole block reads positions up to 2i + 31.
-    for (; i + 16 < pairs; i += 16) ChromaBlock<false>(pos + 2 * i, 16, plane, w, h, uv + 2 * i);
+    for (; i + 16 <= pairs; i += 16) ChromaBlock<false>(pos + 2 * i, 16, plane, w, h, uv + 2 * i);
     if (i < pairs) ChromaBlock<true>(pos + 2 * i, pairs - i, plane, w, h, uv + 2 * i);
 }
 
