@@ -42,6 +42,13 @@ inline void Store8x16(void* p, __mmask16 m, __m128i v) {
         _mm_storeu_si128(static_cast<__m128i*>(p), v);
 }
 template <bool kTail>
+inline void Store8x32(void* p, __mmask32 m, __m256i v) {
+    if (kTail)
+        _mm256_mask_storeu_epi8(p, m, v);
+    else
+        _mm256_storeu_si256(static_cast<__m256i*>(p), v);
+}
+template <bool kTail>
 inline void Store16x16(void* p, __mmask16 m, __m256i v) {
     if (kTail)
         _mm256_mask_storeu_epi16(p, m, v);
@@ -193,13 +200,17 @@ inline void CorrectBlock(const unsigned char* y, const unsigned char* uv, int n,
         const __m256i idx = _mm512_cvtusepi16_epi8(_mm512_max_epi16(_mm512_add_epi16(Y, both), _mm512_setzero_si512()));
         rgb[ch] = table[ch](_mm512_castsi256_si512(_mm256_maskz_mov_epi8(~black, idx)));
     }
-    // Never negative, never above 255 after the shift.
-    const Rgb16 lo(_mm512_castsi512_si128(rgb[0]), _mm512_castsi512_si128(rgb[1]), _mm512_castsi512_si128(rgb[2]));
-    Store8x16<kTail>(y_out, static_cast<__mmask16>(m), _mm512_cvtepi32_epi8(_mm512_srli_epi32(lo.Sum(153, 301, 58, 256), 9)));
-    const Rgb16 hi(_mm512_extracti32x4_epi32(rgb[0], 1), _mm512_extracti32x4_epi32(rgb[1], 1),
-                   _mm512_extracti32x4_epi32(rgb[2], 1));
-    Store8x16<kTail>(y_out + 16, static_cast<__mmask16>(m >> 16),
-                     _mm512_cvtepi32_epi8(_mm512_srli_epi32(hi.Sum(153, 301, 58, 256), 9)));
+    // (153 R + 301 G + 58 B + 256) >> 9 in 16-bit lanes: the sum less
+    // 256 (G + 1) stays below 2^16, and the dropped low byte cannot carry.
+    const __m512i r = _mm512_cvtepu8_epi16(_mm512_castsi512_si256(rgb[0]));
+    const __m512i g = _mm512_cvtepu8_epi16(_mm512_castsi512_si256(rgb[1]));
+    const __m512i b = _mm512_cvtepu8_epi16(_mm512_castsi512_si256(rgb[2]));
+    const __m512i part = _mm512_add_epi16(_mm512_add_epi16(_mm512_mullo_epi16(r, _mm512_set1_epi16(153)),
+                                                           _mm512_mullo_epi16(g, _mm512_set1_epi16(45))),
+                                          _mm512_mullo_epi16(b, _mm512_set1_epi16(58)));
+    const __m512i luma = _mm512_srli_epi16(
+        _mm512_add_epi16(_mm512_add_epi16(_mm512_srli_epi16(part, 8), g), _mm512_set1_epi16(1)), 1);
+    Store8x32<kTail>(y_out, m, _mm512_cvtepi16_epi8(luma));
     if (uv_out) {
         // The even pixels' channels: sixteen pairs.
         const Rgb16 px(_mm512_castsi512_si128(_mm512_permutexvar_epi8(evens, rgb[0])),
