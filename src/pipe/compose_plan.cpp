@@ -280,12 +280,35 @@ void SampleRuns(const Frame& f, const Row& row, int t, Scratch& s) {
     }
 }
 
+// Rows ahead whose camera lines are fetched early, and every how many
+// samples: the camera images are too large to stay cached between frames,
+// and a strip walks them in an order no hardware prefetcher follows.
+const uint32_t kAhead = 4;
+const int kEvery = 4;
+
+void Prefetch(const Frame& f, const Row& row) {
+    const Plan& plan = *f.plan;
+    for (int t = 0; t < 2; ++t)
+        for (uint32_t i = row.runs[t][0]; i < row.runs[t][1]; ++i) {
+            const Run& r = plan.runs[i];
+            const unsigned char* img = f.cams[r.cam];
+            const uint32_t* pos = plan.pos.data() + r.pos;
+            for (int j = 0; j < r.end - r.begin; j += kEvery) {
+                const unsigned char* p = img + (pos[j] >> 20) * plan.in_w + ((pos[j] & 0xffff) >> 4);
+                __builtin_prefetch(p);
+                __builtin_prefetch(p + plan.in_w);
+            }
+        }
+}
+
 void RenderStrip(void* ctx, int part) {
     const Frame& f = *static_cast<const Frame*>(ctx);
     const Plan& plan = *f.plan;
     Scratch& s = *f.scratch;
     const size_t stride = static_cast<size_t>(plan.out_w);
-    for (uint32_t k = plan.strip_rows[part]; k < plan.strip_rows[part + 1]; ++k) {
+    const uint32_t last = plan.strip_rows[part + 1];
+    for (uint32_t k = plan.strip_rows[part]; k < last; ++k) {
+        if (k + kAhead < last) Prefetch(f, plan.rows[k + kAhead]);
         const Row& row = plan.rows[k];
         SampleRuns(f, row, 0, s);
         SampleRuns(f, row, 1, s);
