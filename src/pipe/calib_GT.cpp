@@ -46,27 +46,33 @@ bool CornersNonNegative(const int v[2][2])
     return v[0][0] >= 0 && v[0][1] >= 0 && v[1][0] >= 0 && v[1][1] >= 0;
 }
 
-// One table's view of a statistics pixel.
-struct TableSample {
+// Where one table's sample of a statistics pixel comes from: everything
+// that depends on the table and the image size only, not on the pixels.
+struct Tap {
     bool valid;
     int wgt;
-    int rgb[3];
+    int cam;
+    int64_t luma;    // offset of (px, py)
+    int ex, ey;      // luma fractions in 1/16
+    bool chroma;     // this position interpolates the chroma of its block
+    int64_t chromaAt;  // offset of the U byte of cell (px / 2, py / 2)
+    int dx, dy;      // offsets to the right and lower cells
+    int cex, cey;    // chroma fractions in 1/32
 };
 
-// Samples the camera that table t selects at statistics pixel (i, j);
-// cache is that table's chroma row (U, V per column pair).
-TableSample SampleTable(unsigned char** YUV, int W, int H, Corners& c, int t,
-                        int i, int j, int fx, int fy, int shift, int* cache)
+// Locates the camera pixel that table t selects at statistics pixel (i, j).
+Tap Locate(int W, int H, Corners& c, int t, int i, int j, int fx, int fy,
+           int shift)
 {
-    TableSample s = {false, 0, {0, 0, 0}};
+    Tap s = {};
     const int sx = BilinearInterpolation(c.f[kSrcX], fx, fy, shift, 0);
     const int sy = BilinearInterpolation(c.f[kSrcY], fx, fy, shift, 0);
     s.wgt = BilinearInterpolation(c.f[kWeight], fx, fy, shift, 0);
     // A cell whose corners disagree on the camera reads camera 0 (or 2) at
     // weight 0, so it never yields a pair.
-    int cam = 2 * t;
+    s.cam = 2 * t;
     if (AllCorners(c.f[kCamSel], 1))
-        cam += 1;
+        s.cam += 1;
     else if (!AllCorners(c.f[kCamSel], 0))
         s.wgt = 0;
 
@@ -81,14 +87,9 @@ TableSample SampleTable(unsigned char** YUV, int W, int H, Corners& c, int t,
     const int64_t imageBytes = (int64_t)W * H * 3 / 2;
     if ((int64_t)(py + 1) * W + px + 1 >= imageBytes) return s;
 
-    const unsigned char* img = YUV[cam];
-    int ex = sx - 16 * px;
-    int ey = sy - 16 * py;
-    const unsigned char* l0 = img + py * W + px;
-    int luma[2][2] = {{l0[0], l0[1]}, {l0[W], l0[W + 1]}};
-    const int Y = BilinearInterpolation(luma, ex, ey, 4, 0);
-
-    const int pair = (j / 2) * 2;
+    s.ex = sx - 16 * px;
+    s.ey = sy - 16 * py;
+    s.luma = (int64_t)py * W + px;
     if (i % 2 == 0 && j % 2 == 0) {
         const int incX = px < W - 2 ? 1 : 0;
         const int incY = py < H - 2 ? 1 : 0;
@@ -97,18 +98,14 @@ TableSample SampleTable(unsigned char** YUV, int W, int H, Corners& c, int t,
             imageBytes)
             return s;
         // Chroma cells are two pixels wide: fractions become 1/32 of a cell.
-        if (py & 1) ey += 16;
-        if (px & 1) ex += 16;
-        const unsigned char* c0 = img + W * H + cy * W + 2 * cx;
-        const int dx = 2 * incX, dy = incY * W;
-        int u[2][2] = {{c0[0], c0[dx]}, {c0[dy], c0[dy + dx]}};
-        int v[2][2] = {{c0[1], c0[dx + 1]}, {c0[dy + 1], c0[dy + dx + 1]}};
-        cache[pair] = BilinearInterpolation(u, ex, ey, 4, 1);
-        cache[pair + 1] = BilinearInterpolation(v, ex, ey, 4, 1);
+        s.chroma = true;
+        s.chromaAt = (int64_t)W * H + (int64_t)cy * W + 2 * cx;
+        s.dx = 2 * incX;
+        s.dy = incY * W;
+        s.cex = s.ex + (px & 1 ? 16 : 0);
+        s.cey = s.ey + (py & 1 ? 16 : 0);
     }
     s.valid = true;
-    YUV2RGB(Y, cache[pair], cache[pair + 1], s.rgb[0], s.rgb[1], s.rgb[2], 8,
-            8);
     return s;
 }
 
@@ -119,7 +116,7 @@ bool InRange(const int rgb[3], int VL, int VH)
     return true;
 }
 
-void PutTriple(unsigned char* plane, int idx, const int rgb[3])
+void PutTriple(unsigned char* plane, int64_t idx, const int rgb[3])
 {
     for (int k = 0; k < 3; ++k) plane[idx + k] = (unsigned char)(rgb[k] & 255);
 }
@@ -135,6 +132,248 @@ int RegionOf(int i, int j, int SW, int SH, int w2, int h2, int& lr, int& lc)
     lr = m < 2 ? i : i - (SH - h2);
     lc = m == 1 || m == 2 ? j - (SW - w2) : j;
     return m;
+}
+
+// One side of a stored pair: the camera's luma at 'at' and the chroma pair
+// in slot 'chroma' of the frame's chroma values.
+struct LumaTap {
+    int64_t at;
+    int cam;
+    int ex, ey;
+    int chroma;
+};
+
+// A statistics pixel whose two samples are stored when their colours pass:
+// side 0 goes to plane 2m, side 1 to plane 2m + 1, both at idx.
+struct PairTap {
+    LumaTap side[2];
+    int m;
+    int64_t idx;
+};
+
+// One chroma interpolation of a 2 x 2 block; U at 'at', V next to it.
+struct ChromaTap {
+    int64_t at;
+    int cam;
+    int dx, dy, ex, ey;
+};
+
+// Everything of the statistics walk that does not depend on the pixels,
+// valid for the inputs recorded in its key. Rebuilding keeps the vectors'
+// room, so a table that changes back and forth allocates only once.
+struct StatPlan {
+    bool built = false;
+    // Key: the sizes, the table's scalars and the nodes the walk reads.
+    int W, H, SW, SH, TW, TH, IX, IY, rows, cols, stride;
+    bool walkable;
+    int nodeRows, nodeCols;
+    std::vector<int> nodes;  // TB1's rectangle, then TB2's
+
+    std::vector<ChromaTap> chroma;  // slot k + 1; slot 0 is the start value
+    std::vector<PairTap> pairs;     // in walk order: later stores win
+    std::vector<int> uv;            // per frame: U, V of each slot
+};
+
+bool Walkable(const tag_StatPara& st)
+{
+    return st.TB1 && st.TB2 && st.TableWidth >= 2 && st.TableHeight >= 2 &&
+           st.IntervalX >= 0 && st.IntervalX <= kMaxInterval &&
+           st.IntervalY >= 0 && st.IntervalY <= kMaxInterval;
+}
+
+// The walk reads the node rectangle of rows 0..nr - 1 and columns
+// 0..nc - 1: the corners of every cell it enters, and the first cell of a
+// row even when the row has no columns.
+void NodeExtent(const tag_StatPara& st, int& nr, int& nc)
+{
+    const int SW = st.OutImgWidth, SH = st.OutImgHeight;
+    nr = SH > 0 ? std::min(st.TableHeight - 2, (SH - 1) >> st.IntervalY) + 2 : 0;
+    nc = SW > 0 ? std::min(st.TableWidth - 2, (SW - 1) >> st.IntervalX) + 2 : 2;
+}
+
+const int* NodeRow(const tag_StatPara& st, int t, int r)
+{
+    return (t == 0 ? st.TB1 : st.TB2) + (int64_t)r * st.TableWidth * kNodeInts;
+}
+
+bool PlanFits(const StatPlan& p, int W, int H, const tag_StatPara& st,
+              int rows, int cols, int stride)
+{
+    if (!p.built || p.W != W || p.H != H || p.SW != st.OutImgWidth ||
+        p.SH != st.OutImgHeight || p.TW != st.TableWidth ||
+        p.TH != st.TableHeight || p.IX != st.IntervalX ||
+        p.IY != st.IntervalY || p.rows != rows || p.cols != cols ||
+        p.stride != stride || p.walkable != Walkable(st))
+        return false;
+    if (!p.walkable) return true;
+    // A host may rewrite the table in place between frames.
+    const size_t rowBytes = (size_t)p.nodeCols * kNodeInts * sizeof(int);
+    const int* copy = p.nodes.data();
+    for (int t = 0; t < 2; ++t)
+        for (int r = 0; r < p.nodeRows; ++r, copy += p.nodeCols * kNodeInts)
+            if (std::memcmp(copy, NodeRow(st, t, r), rowBytes) != 0) return false;
+    return true;
+}
+
+// Drops the chroma slots that no pair reads and renumbers the rest.
+void PruneChroma(StatPlan& p, std::vector<int>& remap)
+{
+    remap.assign(p.chroma.size() + 1, 0);
+    for (const PairTap& q : p.pairs)
+        for (const LumaTap& l : q.side) remap[l.chroma] = 1;
+    remap[0] = 0;  // the start value keeps slot 0
+    size_t kept = 0;
+    for (size_t k = 0; k < p.chroma.size(); ++k)
+        if (remap[k + 1]) {
+            p.chroma[kept] = p.chroma[k];
+            remap[k + 1] = (int)++kept;
+        }
+    p.chroma.resize(kept);
+    for (PairTap& q : p.pairs)
+        for (LumaTap& l : q.side) l.chroma = remap[l.chroma];
+}
+
+// Walks the statistics image as the sampling does, recording where every
+// stored pair would read. The chroma cache holds slot numbers: a position
+// reads the block last interpolated for its column pair, or the start value.
+void BuildPlan(StatPlan& p, int W, int H, const tag_StatPara& st, int rows,
+               int cols, int stride)
+{
+    p.built = true;
+    p.W = W, p.H = H, p.SW = st.OutImgWidth, p.SH = st.OutImgHeight;
+    p.TW = st.TableWidth, p.TH = st.TableHeight;
+    p.IX = st.IntervalX, p.IY = st.IntervalY;
+    p.rows = rows, p.cols = cols, p.stride = stride;
+    p.walkable = Walkable(st);
+    p.nodes.clear();
+    p.chroma.clear();
+    p.pairs.clear();
+    p.nodeRows = p.nodeCols = 0;
+    if (p.walkable) {
+        NodeExtent(st, p.nodeRows, p.nodeCols);
+        for (int t = 0; t < 2; ++t)
+            for (int r = 0; r < p.nodeRows; ++r)
+                p.nodes.insert(p.nodes.end(), NodeRow(st, t, r),
+                               NodeRow(st, t, r) + p.nodeCols * kNodeInts);
+    }
+
+    const int SW = p.SW, SH = p.SH, TW = p.TW, TH = p.TH, IX = p.IX, IY = p.IY;
+    const int h2 = rows, w2 = cols;
+    static std::vector<int> slot[2];
+    for (int t = 0; t < 2; ++t) slot[t].assign(std::max(SW, 0) + 2, 0);
+    const int shift = IY + 4;
+    // The lower corner row must exist: rows of the last cell row stop it.
+    for (int i = 0; p.walkable && i < SH && (i >> IY) <= TH - 2; ++i) {
+        const int cellY = i >> IY;
+        const int fy = (16 * i) & ((1 << (IY + 4)) - 1);
+        int cellX = 0;
+        Corners c[2];
+        LoadCorners(st.TB1, TW, cellY, cellX, c[0]);
+        LoadCorners(st.TB2, TW, cellY, cellX, c[1]);
+        for (int j = 0; j < SW; ++j) {
+            if ((j >> IX) != cellX) {
+                cellX = j >> IX;
+                if (cellX > TW - 2) break;
+                LoadCorners(st.TB1, TW, cellY, cellX, c[0]);
+                LoadCorners(st.TB2, TW, cellY, cellX, c[1]);
+            }
+            const int fx = (16 * j) & ((1 << (IX + 4)) - 1);
+            const int pair = (j / 2) * 2;
+            Tap s[2];
+            for (int t = 0; t < 2; ++t) {
+                s[t] = Locate(W, H, c[t], t, i, j, fx, fy, shift);
+                if (!s[t].valid || !s[t].chroma) continue;
+                p.chroma.push_back({s[t].chromaAt, s[t].cam, s[t].dx, s[t].dy,
+                                    s[t].cex, s[t].cey});
+                slot[t][pair] = (int)p.chroma.size();
+            }
+            if (!s[0].valid || !s[1].valid || s[0].wgt <= 0 || s[1].wgt <= 0)
+                continue;
+            int lr, lc;
+            const int m = RegionOf(i, j, SW, SH, w2, h2, lr, lc);
+            if (m < 0) continue;
+            // Regions 0 and 2 put the TB2 camera on side A, 1 and 3 the TB1.
+            const int sideA = m % 2 == 0 ? 1 : 0;
+            PairTap q;
+            for (int k = 0; k < 2; ++k) {
+                const int t = k == 0 ? sideA : 1 - sideA;
+                q.side[k] = {s[t].luma, s[t].cam, s[t].ex, s[t].ey, slot[t][pair]};
+            }
+            q.m = m;
+            q.idx = ((int64_t)lr * stride + lc) * 3;
+            p.pairs.push_back(q);
+        }
+    }
+    PruneChroma(p, slot[0]);
+    p.uv.assign(2 * (p.chroma.size() + 1), 128);
+}
+
+// Interpolation of four bytes, as BilinearInterpolation does it: one
+// arithmetic shift per direction, no rounding; small enough for int.
+inline int Bilerp(const unsigned char* p, int right, int down, int fx,
+                  int fy, int s)
+{
+    const int top = p[0] + ((p[right] - p[0]) * fx >> s);
+    const int bottom = p[down] + ((p[down + right] - p[down]) * fx >> s);
+    return top + ((bottom - top) * fy >> s);
+}
+
+// YUV2RGB at 8 bits in and out. (x + 256) / 512 truncates where x + 256 is
+// negative, the shift floors; both clamp to 0.
+inline bool RgbInRange(int Y, int U, int V, int VL, int VH, int rgb[3])
+{
+    if (Y == 0) {
+        rgb[0] = rgb[1] = rgb[2] = 0;
+    } else {
+        const int y = 512 * Y + 256, u = U - 128, v = V - 128;
+        rgb[0] = std::min(255, std::max(0, (y + 718 * v) >> 9));
+        rgb[1] = std::min(255, std::max(0, (y - 176 * u - 366 * v) >> 9));
+        rgb[2] = std::min(255, std::max(0, (y + 907 * u + v) >> 9));
+    }
+    return InRange(rgb, VL, VH);
+}
+
+// The per-frame half of the sampling: chroma of the blocks that pairs read,
+// then both sides of every pair, stored when all six values lie in
+// [VL, VH].
+const size_t kAhead = 16;
+
+void SamplePairs(StatPlan& p, unsigned char** YUV, unsigned char** planes,
+                 int VL, int VH)
+{
+    int* uv = p.uv.data();
+    const size_t nc = p.chroma.size(), np = p.pairs.size();
+    for (size_t k = 0; k < nc; ++k) {
+        if (k + kAhead < nc) {
+            const ChromaTap& f = p.chroma[k + kAhead];
+            __builtin_prefetch(YUV[f.cam] + f.at);
+            __builtin_prefetch(YUV[f.cam] + f.at + f.dy);
+        }
+        const ChromaTap& c = p.chroma[k];
+        const unsigned char* at = YUV[c.cam] + c.at;
+        uv[2 * k + 2] = Bilerp(at, c.dx, c.dy, c.ex, c.ey, 5);
+        uv[2 * k + 3] = Bilerp(at + 1, c.dx, c.dy, c.ex, c.ey, 5);
+    }
+    const int W = p.W;
+    for (size_t n = 0; n < np; ++n) {
+        if (n + kAhead < np)
+            for (const LumaTap& l : p.pairs[n + kAhead].side) {
+                __builtin_prefetch(YUV[l.cam] + l.at);
+                __builtin_prefetch(YUV[l.cam] + l.at + W);
+            }
+        const PairTap& q = p.pairs[n];
+        int rgb[2][3];
+        bool pass = true;
+        for (int k = 0; k < 2 && pass; ++k) {
+            const LumaTap& l = q.side[k];
+            const int Y = Bilerp(YUV[l.cam] + l.at, 1, W, l.ex, l.ey, 4);
+            pass = RgbInRange(Y, uv[2 * l.chroma], uv[2 * l.chroma + 1], VL, VH,
+                              rgb[k]);
+        }
+        if (!pass) continue;
+        PutTriple(planes[2 * q.m], q.idx, rgb[0]);
+        PutTriple(planes[2 * q.m + 1], q.idx, rgb[1]);
+    }
 }
 
 // Zeroes every sample pair of a region whose channels disagree beyond the
@@ -420,55 +659,17 @@ void GetStatData(unsigned char** YUV, int W, int H, tag_StatPara& stat,
                  unsigned char** planes, int& rows, int& cols, int stride,
                  int VL, int VH, int rto, int TolL, int TolH, int DS)
 {
-    const int SW = stat.OutImgWidth, SH = stat.OutImgHeight;
-    const int TW = stat.TableWidth, TH = stat.TableHeight;
-    const int IX = stat.IntervalX, IY = stat.IntervalY;
     // The planes are sized by the counts on entry (w2 x h2).
-    const int h2 = rows, w2 = cols;
     if (rows > 0 && cols > 0)
         for (int p = 0; p < 8; ++p)
             std::memset(planes[p], 0, (size_t)cols * rows * 3);
 
-    static std::vector<int> cache[2];
-    for (int t = 0; t < 2; ++t) cache[t].assign(std::max(SW, 0) + 2, 128);
-
-    const bool walkable = stat.TB1 && stat.TB2 && TW >= 2 && TH >= 2 &&
-                          IX >= 0 && IX <= kMaxInterval && IY >= 0 &&
-                          IY <= kMaxInterval;
-    const int shift = IY + 4;
-    // The lower corner row must exist: rows of the last cell row stop it.
-    for (int i = 0; walkable && i < SH && (i >> IY) <= TH - 2; ++i) {
-        const int cellY = i >> IY;
-        const int fy = (16 * i) & ((1 << (IY + 4)) - 1);
-        int cellX = 0;
-        Corners c[2];
-        LoadCorners(stat.TB1, TW, cellY, cellX, c[0]);
-        LoadCorners(stat.TB2, TW, cellY, cellX, c[1]);
-        for (int j = 0; j < SW; ++j) {
-            if ((j >> IX) != cellX) {
-                cellX = j >> IX;
-                if (cellX > TW - 2) break;
-                LoadCorners(stat.TB1, TW, cellY, cellX, c[0]);
-                LoadCorners(stat.TB2, TW, cellY, cellX, c[1]);
-            }
-            const int fx = (16 * j) & ((1 << (IX + 4)) - 1);
-            TableSample s[2];
-            for (int t = 0; t < 2; ++t)
-                s[t] = SampleTable(YUV, W, H, c[t], t, i, j, fx, fy, shift,
-                                   cache[t].data());
-            if (!s[0].valid || !s[1].valid || s[0].wgt <= 0 || s[1].wgt <= 0 ||
-                !InRange(s[0].rgb, VL, VH) || !InRange(s[1].rgb, VL, VH))
-                continue;
-            int lr, lc;
-            const int m = RegionOf(i, j, SW, SH, w2, h2, lr, lc);
-            if (m < 0) continue;
-            // Regions 0 and 2 put the TB2 camera on side A, 1 and 3 the TB1.
-            const int sideA = m % 2 == 0 ? 1 : 0;
-            const int idx = (lr * stride + lc) * 3;
-            PutTriple(planes[2 * m], idx, s[sideA].rgb);
-            PutTriple(planes[2 * m + 1], idx, s[1 - sideA].rgb);
-        }
-    }
+    // Statistics tables rarely change: where each pair reads is worked out
+    // once per table, frames only read pixels.
+    static StatPlan plan;
+    if (!PlanFits(plan, W, H, stat, rows, cols, stride))
+        BuildPlan(plan, W, H, stat, rows, cols, stride);
+    SamplePairs(plan, YUV, planes, VL, VH);
 
     int s = stride;
     DownSample(planes, rows, cols, s, DS);
