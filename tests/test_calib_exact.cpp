@@ -4,6 +4,8 @@
 // over the bench's realistic rig.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <random>
 #include <vector>
 
@@ -170,6 +172,40 @@ TEST(CalibExact, GainsAndCurves) {
         if (iter == 0) {
             EXPECT_NE(got[9], 1024);  // the rig's default run really fits
         }
+    }
+}
+
+// The fit alone on random planes whose cameras differ by a gain, a gamma
+// and noise, with holes; settings from the usual to the extreme.
+TEST(CalibExact, FitOnRandomPlanes) {
+    std::mt19937 rng(77);
+    auto pick = [&](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
+    for (int iter = 0; iter < 200; ++iter) {
+        SCOPED_TRACE(iter);
+        const int rows = pick(1, 24), cols = pick(1, 20), stride = cols + pick(0, 2);
+        std::vector<unsigned char> store(8 * rows * stride * 3);
+        unsigned char* planes[8];
+        for (int p = 0; p < 8; ++p) planes[p] = &store[p * rows * stride * 3];
+        double g[4], gamma[4];
+        for (int k = 0; k < 4; ++k) g[k] = 0.7 + 0.1 * pick(0, 6), gamma[k] = 0.8 + 0.1 * pick(0, 4);
+        for (int m = 0; m < 4; ++m)
+            for (int i = 0; i < rows * stride * 3; ++i) {
+                const double v = pick(1, 255) / 255.0;
+                const bool hole = pick(0, 9) == 0;
+                for (int side = 0; side < 2; ++side) {
+                    const int cam = side ? m : (m + 3) % 4;
+                    const int x = static_cast<int>(255 * g[cam] * std::pow(v, gamma[cam])) + pick(-3, 3);
+                    planes[2 * m + side][i] = hole ? 0 : static_cast<unsigned char>(std::min(255, std::max(0, x)));
+                }
+            }
+        const int nData = pick(-1, 30), bdr = pick(-2, 20), bdh = pick(-5, 300);
+        const float beta = 0.05f * pick(-2, 40), mgn = 0.01f * pick(-5, 60);
+        std::vector<int> got(48), want(48);
+        for (int i = 0; i < 48; ++i) got[i] = want[i] = iter % 3 ? pick(0, 2000) : 0;
+        optimize4GT(planes, rows, cols, stride, &got[0], &got[12], nData, beta, bdr, bdh, mgn);
+        svtest::RefOptimize4GT(planes, rows, cols, stride, &want[0], &want[12], nData, beta, bdr, bdh,
+                               mgn);
+        ASSERT_EQ(got, want);
     }
 }
 
