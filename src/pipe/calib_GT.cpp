@@ -86,9 +86,9 @@ Tap Locate(int W, int H, Corners& c, int t, int i, int j, int fx, int fy,
     // The outer bands reach past the luma plane; never past the image.
     const int64_t imageBytes = (int64_t)W * H * 3 / 2;
     if ((int64_t)(py + 1) * W + px + 1 >= imageBytes) return s;
-    // Offsets past INT32_MAX overflow the plain int arithmetic of such
-    // sampling; no sample is taken there.
-    if ((int64_t)py * W + px > INT32_MAX) return s;
+    // Where py * W overflows int, reading the camera has no defined result:
+    // no sample is taken. Below that every offset fits 32 bits unsigned.
+    if ((int64_t)py * W > INT32_MAX) return s;
 
     s.ex = sx - 16 * px;
     s.ey = sy - 16 * py;
@@ -99,7 +99,7 @@ Tap Locate(int W, int H, Corners& c, int t, int i, int j, int fx, int fy,
         const int cx = px / 2, cy = py / 2;
         if ((int64_t)W * H + (int64_t)(cy + incY) * W + 2 * (cx + incX) + 1 >=
                 imageBytes ||
-            (int64_t)W * H + (int64_t)cy * W + 2 * cx > INT32_MAX)
+            (int64_t)W * H > INT32_MAX || (int64_t)cy * W > INT32_MAX)
             return s;
         // Chroma cells are two pixels wide: fractions become 1/32 of a cell.
         s.chroma = true;
