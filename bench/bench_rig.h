@@ -114,6 +114,36 @@ struct BenchRig {
     }
 };
 
+
+// The statistics table of the same rig: a 128 x 168 statistics image with a
+// node every 8 pixels and no seam lines, TB1 front over rear, TB2 left
+// beside right, so that all four corner regions find samples.
+struct StatRig {
+    static constexpr int kW = 128, kH = 168, kInterval = 3;
+    static constexpr int kTW = kW / 8 + 1, kTH = kH / 8 + 1;
+    tag_StatPara stat{};
+    std::vector<int> tb[2];
+
+    StatRig() {
+        for (auto& t : tb) t.resize(static_cast<size_t>(kTW) * kTH * 4);
+        for (int r = 0; r < kTH; ++r) {
+            for (int c = 0; c < kTW; ++c) {
+                const double u = 8.0 * c / kW, v = 8.0 * r / kH;
+                const bool right = 8 * c >= kW / 2, below = 8 * r >= kH / 2;
+                const int w = FrontRearWeight(static_cast<int>(u * kOutW), static_cast<int>(v * kOutH));
+                const RigNode n1 = below ? Project(1 - u, (1 - v) / 0.45, w, 1)
+                                         : Project(u, v / 0.45, w, 0);
+                const RigNode n2 = right ? Project(v, (1 - u) / 0.42, 256 - w, 1)
+                                         : Project(1 - v, u / 0.42, 256 - w, 0);
+                const size_t i = (static_cast<size_t>(r) * kTW + c) * 4;
+                tb[0][i] = n1.x, tb[0][i + 1] = n1.y, tb[0][i + 2] = n1.w, tb[0][i + 3] = n1.sel;
+                tb[1][i] = n2.x, tb[1][i + 1] = n2.y, tb[1][i + 2] = n2.w, tb[1][i + 3] = n2.sel;
+            }
+        }
+        stat = {kW, kH, kTW, kTH, kInterval, kInterval, tb[0].data(), tb[1].data()};
+    }
+};
+
 }  // namespace svtest
 
 #endif
