@@ -4,7 +4,11 @@
 set -euo pipefail
 
 pkgs=(cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev
-      libeigen3-dev libopencv-dev libcli11-dev ffmpeg imagemagick)
+      libeigen3-dev libopencv-dev libcli11-dev ffmpeg imagemagick
+      # cross builds for aarch64 and armhf, tests under qemu-user
+      # (GoogleTest compiled from the sources in package googletest)
+      g++-aarch64-linux-gnu libc6-dev-arm64-cross
+      g++-arm-linux-gnueabihf libc6-dev-armhf-cross qemu-user googletest)
 
 missing=()
 for p in "${pkgs[@]}"; do

@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Builds svcompose and runs every test twice: in the Release build (with
-# assertions on) and in an AddressSanitizer + UBSan build.
+# assertions on) and in an AddressSanitizer + UBSan build; then the unit
+# suites once more, cross-built for aarch64 and armhf, under qemu-user
+# (SVCOMPOSE_CROSS=0 leaves that out).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -18,3 +20,7 @@ cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DSVCOMPOSE_SANITIZE=
 cmake --build build-asan -j"$jobs"
 (cd build-asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
    ctest --output-on-failure -j"$jobs")
+
+if [ "${SVCOMPOSE_CROSS:-1}" != 0 ]; then
+  bash scripts/cross-test.sh
+fi

@@ -6,9 +6,6 @@
 #include <initializer_list>
 #include <new>
 
-static_assert(sizeof(unsigned long int) == 8,
-              "the 32-bit field reader widens into a 64-bit unsigned long");
-
 int byte_swap = 1;
 
 namespace {
@@ -40,7 +37,7 @@ int CloseAndFail(FILE* stream, const char* heading, const char* detail) {
 
 // Padding bytes per row, (3 * width) % 4 in both directions so that the
 // reader and the writer agree (not the common four-byte alignment).
-int Padding(int width) { return static_cast<int>((3L * width) % 4); }
+int Padding(int width) { return static_cast<int>((3LL * width) % 4); }
 
 // Sizes a sane file can have: the planes' int count width * height * 4
 // must be indexable with int, and the pixel rows cannot start before 0.
@@ -94,15 +91,15 @@ int read_u_short_int(unsigned short int* value, FILE* in) {
     return 0;
 }
 
-int read_u_long_int(unsigned long int* value, FILE* in) {
+int read_u_long_int(std::uint64_t* value, FILE* in) {
     unsigned short first = 0, second = 0;
     if (!value || read_u_short_int(&first, in) || read_u_short_int(&second, in))
         return 1;
     const uint32_t bits = byte_swap == 1 ? uint32_t(second) << 16 | first
                                          : uint32_t(first) << 16 | second;
     // Sign-extended: a field of 0xFFFFFFFF reads as -1 through an int.
-    *value = static_cast<unsigned long>(
-        static_cast<long>(static_cast<int32_t>(bits)));
+    *value = static_cast<std::uint64_t>(
+        static_cast<std::int64_t>(static_cast<std::int32_t>(bits)));
     return 0;
 }
 
@@ -114,7 +111,7 @@ int write_u_short_int(unsigned short int value, FILE* out) {
     return 2;
 }
 
-int write_u_long_int(unsigned long int value, FILE* out) {
+int write_u_long_int(std::uint64_t value, FILE* out) {
     if (!out) return 0;
     const unsigned short low = value & 0xFFFF, high = (value >> 16) & 0xFFFF;
     write_u_short_int(byte_swap == 1 ? low : high, out);
@@ -125,7 +122,7 @@ int write_u_long_int(unsigned long int value, FILE* out) {
 int bmp_read_header(FILE* in, int* width, int* height, int* offset) {
     if (!in || !width || !height || !offset) return 1;
     if (fgetc(in) != 'B' || fgetc(in) != 'M') return 1;
-    unsigned long field[15];
+    std::uint64_t field[15];
     for (int i = 0; i < 15; ++i) {
         unsigned short half = 0;
         if (kFieldBytes[i] == 4 ? read_u_long_int(&field[i], in)
@@ -144,8 +141,8 @@ int bmp_read_data(FILE* in, int width, int height, int* red, int* green,
     if (!in || !red || !green || !blue) return 1;
     const int padding = Padding(width);
     for (int k = 0; k < height; ++k) {
-        const long row = static_cast<long>(height - 1 - k) * width;
-        for (long i = row; i < row + width; ++i) {
+        const long long row = static_cast<long long>(height - 1 - k) * width;
+        for (long long i = row; i < row + width; ++i) {
             blue[i] = fgetc(in);
             if (blue[i] == EOF) return DataByteFailed();
             green[i] = fgetc(in);
@@ -209,14 +206,14 @@ int bmp_read_test(char* path) {
 
 int bmp_write_header(FILE* out, int width, int height) {
     if (!out) return 1;
-    unsigned long field[15] = {};
+    std::uint64_t field[15] = {};
     // Wraps like the 32-bit field it fills; row padding is not counted.
-    field[kFileSize] = 3UL * static_cast<unsigned long>(width) *
-                       static_cast<unsigned long>(height) + kDataOffset;
+    field[kFileSize] = 3u * static_cast<std::uint64_t>(width) *
+                       static_cast<std::uint64_t>(height) + kDataOffset;
     field[kOffset] = kDataOffset;
     field[kInfo] = kInfoSize;
-    field[kWidth] = static_cast<unsigned long>(width);
-    field[kHeight] = static_cast<unsigned long>(height);
+    field[kWidth] = static_cast<std::uint64_t>(width);
+    field[kHeight] = static_cast<std::uint64_t>(height);
     field[kPlanes] = 1;
     field[kBits] = 24;
     fputc('B', out);
@@ -235,8 +232,8 @@ int bmp_write_data(FILE* out, int width, int height, int* red, int* green,
     if (!out || !red || !green || !blue) return 1;
     const int padding = Padding(width);
     for (int k = 0; k < height; ++k) {
-        const long row = static_cast<long>(height - 1 - k) * width;
-        for (long i = row; i < row + width; ++i) {
+        const long long row = static_cast<long long>(height - 1 - k) * width;
+        for (long long i = row; i < row + width; ++i) {
             fputc(blue[i], out);  // fputc keeps the low 8 bits
             fputc(green[i], out);
             fputc(red[i], out);

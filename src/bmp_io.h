@@ -13,6 +13,7 @@
 #ifndef BMP_IO_H
 #define BMP_IO_H
 
+#include <cstdint>
 #include <cstdio>
 
 #include "sv_export.h"
@@ -54,12 +55,13 @@ SV_EXPORT int bmp_write_data(FILE* out, int width, int height, int* red,
 SV_EXPORT int bmp_write_test(char* path);
 
 // Field readers: 1 when the stream ends inside the field, else 0.
-// unsigned long is 64 bits on the LP64 targets this library builds for;
-// the 32-bit field is sign-extended into it.
-SV_EXPORT int read_u_long_int(unsigned long int* value, FILE* in);
+// The 32-bit field is sign-extended into 64 bits. std::uint64_t is
+// unsigned long on 64-bit Linux, so the symbols there are unchanged; on
+// 32-bit targets, where unsigned long has 32 bits, it stays 64 bits wide.
+SV_EXPORT int read_u_long_int(std::uint64_t* value, FILE* in);
 SV_EXPORT int read_u_short_int(unsigned short int* value, FILE* in);
 // Field writers: return 4 and 2, the bytes written (0 for a null stream).
-SV_EXPORT int write_u_long_int(unsigned long int value, FILE* out);
+SV_EXPORT int write_u_long_int(std::uint64_t value, FILE* out);
 SV_EXPORT int write_u_short_int(unsigned short int value, FILE* out);
 
 #endif
