@@ -169,11 +169,15 @@ bool RecordRow(Plan& plan, const Geometry& g, const Column* band0, const Column*
 const int kStrip = 64;
 
 // Cuts every row at the strip boundaries, so that a strip walks only its
-// own runs and spans, already clipped.
+// own runs and spans, already clipped, and reads its positions and weights
+// front to back: a strip's data lies together, in the order it is used.
 void CutIntoStrips(Plan& plan) {
     std::vector<Row> rows;
     std::vector<Run> runs;
     std::vector<Span> spans;
+    std::vector<uint32_t> pos, weights;
+    pos.reserve(plan.pos.size());
+    weights.reserve(plan.weights.size());
     const int strips = (plan.out_w + kStrip - 1) / kStrip;
     plan.strip_rows.assign(static_cast<size_t>(strips) + 1, 0);
     for (int k = 0; k < strips; ++k) {
@@ -186,7 +190,10 @@ void CutIntoStrips(Plan& plan) {
                 for (uint32_t i = row.runs[t][0]; i < row.runs[t][1]; ++i) {
                     const Run& r = plan.runs[i];
                     const int b = std::max(r.begin, sb), e = std::min(r.end, se);
-                    if (b < e) runs.push_back({b, e, r.cam, r.pos + static_cast<uint32_t>(b - r.begin)});
+                    if (b >= e) continue;
+                    runs.push_back({b, e, r.cam, static_cast<uint32_t>(pos.size())});
+                    const auto from = plan.pos.begin() + r.pos + (b - r.begin);
+                    pos.insert(pos.end(), from, from + (e - b));
                 }
                 cut.runs[t][1] = static_cast<uint32_t>(runs.size());
             }
@@ -194,7 +201,12 @@ void CutIntoStrips(Plan& plan) {
             for (uint32_t i = row.spans[0]; i < row.spans[1]; ++i) {
                 const Span& sp = plan.spans[i];
                 const int b = std::max(sp.begin, sb), e = std::min(sp.end, se);
-                if (b < e) spans.push_back({b, e, sp.kind, sp.w + static_cast<uint32_t>(b - sp.begin)});
+                if (b >= e) continue;
+                spans.push_back({b, e, sp.kind, static_cast<uint32_t>(weights.size())});
+                if (sp.kind == kBoth) {
+                    const auto from = plan.weights.begin() + sp.w + (b - sp.begin);
+                    weights.insert(weights.end(), from, from + (e - b));
+                }
             }
             cut.spans[1] = static_cast<uint32_t>(spans.size());
             // Spans lie inside runs: no run, nothing to do in this strip.
@@ -205,6 +217,8 @@ void CutIntoStrips(Plan& plan) {
     plan.rows.swap(rows);
     plan.runs.swap(runs);
     plan.spans.swap(spans);
+    plan.pos.swap(pos);
+    plan.weights.swap(weights);
 }
 
 void Build(Plan& plan, int in_w, int in_h, int out_w, int out_h, const tag_CtrlPara& p) {
@@ -280,35 +294,12 @@ void SampleRuns(const Frame& f, const Row& row, int t, Scratch& s) {
     }
 }
 
-// Rows ahead whose camera lines are fetched early, and every how many
-// samples: the camera images are too large to stay cached between frames,
-// and a strip walks them in an order no hardware prefetcher follows.
-const uint32_t kAhead = 4;
-const int kEvery = 4;
-
-void Prefetch(const Frame& f, const Row& row) {
-    const Plan& plan = *f.plan;
-    for (int t = 0; t < 2; ++t)
-        for (uint32_t i = row.runs[t][0]; i < row.runs[t][1]; ++i) {
-            const Run& r = plan.runs[i];
-            const unsigned char* img = f.cams[r.cam];
-            const uint32_t* pos = plan.pos.data() + r.pos;
-            for (int j = 0; j < r.end - r.begin; j += kEvery) {
-                const unsigned char* p = img + (pos[j] >> 20) * plan.in_w + ((pos[j] & 0xffff) >> 4);
-                __builtin_prefetch(p);
-                __builtin_prefetch(p + plan.in_w);
-            }
-        }
-}
-
 void RenderStrip(void* ctx, int part) {
     const Frame& f = *static_cast<const Frame*>(ctx);
     const Plan& plan = *f.plan;
     Scratch& s = *f.scratch;
     const size_t stride = static_cast<size_t>(plan.out_w);
-    const uint32_t last = plan.strip_rows[part + 1];
-    for (uint32_t k = plan.strip_rows[part]; k < last; ++k) {
-        if (k + kAhead < last) Prefetch(f, plan.rows[k + kAhead]);
+    for (uint32_t k = plan.strip_rows[part]; k < plan.strip_rows[part + 1]; ++k) {
         const Row& row = plan.rows[k];
         SampleRuns(f, row, 0, s);
         SampleRuns(f, row, 1, s);
