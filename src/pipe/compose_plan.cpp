@@ -162,11 +162,12 @@ bool RecordRow(Plan& plan, const Geometry& g, const Column* band0, const Column*
     return true;
 }
 
-// Output columns rendered together, top to bottom. Narrow enough that the
-// camera lines a strip reads stay in the first-level cache from one row to
-// the next, whichever way a camera is turned; even, so that strips hold
-// whole chroma pairs and each pair's cache sees its rows in order.
-const int kStrip = 64;
+// Output columns rendered together, top to bottom: narrow enough that the
+// camera lines a strip reads stay cached from one row to the next whichever
+// way a camera is turned, wide enough that the per-row bookkeeping stays
+// small, and enough strips for the threads to share. Even, so that strips
+// hold whole chroma pairs and each pair's cache sees its rows in order.
+const int kStrip = 128;
 
 // Cuts every row at the strip boundaries, so that a strip walks only its
 // own runs and spans, already clipped, and reads its positions and weights
