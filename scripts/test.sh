@@ -18,3 +18,15 @@ cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DSVCOMPOSE_SANITIZE=
 cmake --build build-asan -j"$jobs"
 (cd build-asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
    ctest --output-on-failure -j"$jobs")
+
+# The fuzz targets' seeds and regression inputs were replayed in both
+# builds above; with clang they also run under libFuzzer for a while.
+if echo 'extern "C" int LLVMFuzzerTestOneInput(const char*, unsigned long) { return 0; }' |
+     clang++ -x c++ -fsanitize=fuzzer,address,undefined - -o /dev/null 2>/dev/null; then
+  echo "== Fuzz targets (libFuzzer, ASan + UBSan), 30 s each =="
+  work=$(mktemp -d)
+  trap 'rm -rf "$work"' EXIT
+  bash scripts/fuzz.sh 30 "$work"
+else
+  echo "== Fuzz targets: no clang with libFuzzer here, only the replay ran =="
+fi
