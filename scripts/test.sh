@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds svcompose and runs every test twice: in the Release build (with
-# assertions on) and in an AddressSanitizer + UBSan build.
+# assertions on) and in an AddressSanitizer + UBSan build; then, with clang,
+# fuzzes each fuzz target for 30 s.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
