@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -51,6 +52,14 @@ inline const std::string& scratch() {
         if (!mkdtemp(tmpl.data())) std::abort();
         return tmpl;
     }();
+    static const bool cleanup = [] {
+        std::atexit([] {
+            std::error_code ec;
+            std::filesystem::remove_all(dir, ec);
+        });
+        return true;
+    }();
+    (void)cleanup;
     return dir;
 }
 
