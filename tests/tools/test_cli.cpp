@@ -46,6 +46,10 @@ protected:
         std::ofstream(D() + "/junk.mp4") << "not a video at all";
         std::ofstream(D() + "/junk.png") << "not an image either";
         fs::create_directories(D() + "/rep/report.txt");  // a report that cannot be written
+        std::string crlf;
+        for (char c : Slurp(S() + "/control.txt")) crlf += c == '\n' ? std::string("\r\n") : std::string(1, c);
+        std::ofstream(D() + "/crlf.txt", std::ios::binary) << crlf;
+        std::ofstream(D() + "/cut.png", std::ios::binary) << Slurp(S() + "/preview_front.png").substr(0, 3000);
     }
     static void TearDownTestSuite() { fs::remove_all(dir_); }
     void SetUp() override { ASSERT_TRUE(synth_ok_) << "svcompose synth failed"; }
@@ -55,9 +59,9 @@ protected:
     static std::string Files(const std::string& t = S()) {
         return " --ctrl " + t + "/control.txt --stat " + t + "/statistics.txt --setting " + t + "/setting.txt";
     }
-    static Result Run(const std::string& args) {
+    static Result Run(const std::string& args, const std::string& shell = "") {
         const fs::path out = dir_ / "stdout.txt", err = dir_ / "stderr.txt";
-        const int st = std::system((kBin + " " + args + " >" + out.string() + " 2>" + err.string()).c_str());
+        const int st = std::system(("(" + shell + kBin + " " + args + ") >" + out.string() + " 2>" + err.string()).c_str());
         return {WIFEXITED(st) ? WEXITSTATUS(st) : -1, Slurp(out), Slurp(err)};
     }
 
@@ -72,6 +76,8 @@ TEST_F(CliTest, DemoBringsTheSeamsTogether) {
     for (const char* f : {"before.png", "after.png", "side_by_side.png", "control.txt",
                           "statistics.txt", "setting.txt", "report.txt"})
         EXPECT_TRUE(fs::exists(out + "/" + f)) << f;
+    for (const auto& e : fs::directory_iterator(out))  // no temporary left behind
+        EXPECT_NE(e.path().filename().string()[0], '.') << e.path();
     EXPECT_EQ(cv::imread(out + "/after.png").size(), cv::Size(320, 200));
     const std::string report = Slurp(out + "/report.txt");
     EXPECT_EQ(report, r.out);
@@ -131,8 +137,22 @@ TEST_F(CliTest, ParkingLotFramesWithReport) {
     EXPECT_NE(s.out.find("uncorrected         corrected"), std::string::npos) << s.out;
 }
 
-// In args and message, {S} is the synth folder, {D} the scratch folder and {F} the three files.
-struct BadInput { const char* name; std::string args; int code; const char* message; };
+TEST_F(CliTest, InterruptedSynthLeavesNothing) {
+    // Whenever the signal comes, before or after the folder is made.
+    const std::string out = D() + "/term";
+    const int st = std::system(("timeout -s TERM 1 " + kBin + " synth --rig " + kSedan + " --out " + out +
+                                "/deep --frames 100000 --size 320x180 >/dev/null 2>&1").c_str());
+    EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 124) << st;
+    EXPECT_FALSE(fs::exists(out));
+}
+
+// In args, message and gone, {S} is the synth folder, {D} the scratch folder and {F} the three
+// files. shell runs before the command (a file-size limit); gone must not exist afterwards: a
+// failed command removes every file and folder it made.
+struct BadInput {
+    const char* name; std::string args; int code; const char* message;
+    const char* gone = "{D}/x"; const char* shell = "";
+};
 
 class CliBadInput : public CliTest, public ::testing::WithParamInterface<BadInput> {
 protected:
@@ -147,9 +167,12 @@ protected:
 TEST_P(CliBadInput, FailsWithItsMessageAndCode) {
     const std::string args = Expand(GetParam().args);
     if (args.find(".mp4") != std::string::npos && !rig::have_program("ffprobe")) GTEST_SKIP() << "no ffmpeg";
-    const Result r = Run(args);
+    const Result r = Run(args, GetParam().shell);
     EXPECT_EQ(r.code, GetParam().code) << r.err;
     EXPECT_NE(r.err.find(Expand(GetParam().message)), std::string::npos) << r.err;
+    // The tool's line comes first: no decoder or library speaks before it on stderr.
+    EXPECT_EQ(r.err.rfind("svcompose", 0), 0u) << r.err;
+    EXPECT_FALSE(fs::exists(Expand(GetParam().gone))) << GetParam().gone;
 }
 
 const std::string kThree = "run{F} --in {S}/preview_front.png {S}/preview_rear.png {S}/preview_left.png ";
@@ -186,6 +209,33 @@ const BadInput kBadInputs[] = {
     {"ZeroFrames", "demo --frames 0" + kOut, 2, "svcompose demo: --frames: must be >=1, got 0"},
     {"NanSpeed", "synth --rig x --speed nan" + kOut, 2, "svcompose synth: --speed: expected a finite number, got nan"},
     {"UnknownSubcommand", "frob", 2, "svcompose: unknown subcommand 'frob'; run 'svcompose --help'"},
+    // Numbers that do not fit their option.
+    {"FramesBeyondLong", kRaw + "--size 320x180 --frames 99999999999999999999" + kOut, 2,
+     "svcompose run: --frames: must be a whole number from 1 to 9223372036854775807, got 99999999999999999999"},
+    {"FractionalFrames", "demo --frames 2.5" + kOut, 2, "--frames: expected a whole number, got '2.5'"},
+    {"SeedBeyondUnsigned", "synth --rig " + kSedan + " --seed 4294967296" + kOut, 2,
+     "--seed: must be at most 4294967295, got 4294967296"},
+    {"ThresRatioOverflows", "tables --rig " + kSedan + " --ThresRatio 8421505" + kOut, 2,
+     "--ThresRatio: must be at most 8421504, got 8421505"},
+    {"BetaBeyondFloat", "tables --rig " + kSedan + " --beta 1e39" + kOut, 2, "--beta: must be 0 to"},
+    // Failures part-way: nothing of what the command made stays.
+    {"RunUnderFileLimit", kRaw + "--size 320x180 --format both --out {D}/lim", 1,
+     "svcompose run: cannot write {D}/lim/out.nv12: File too large", "{D}/lim", "ulimit -f 100; "},
+    {"SynthUnderFileLimit", "synth --rig " + kSedan + " --out {D}/slim/deep --size 320x180", 1,
+     "svcompose synth: cannot write {D}/slim/deep/frames.yuyv: File too large", "{D}/slim", "ulimit -f 1500; "},
+    {"DemoOutputTooSmall", "demo --out {D}/dm --size 320x180 --out-size 64x40", 1,
+     "svcompose demo: output size 64 x 40 is unusable", "{D}/dm"},
+    {"TablesBorderTooLarge", "tables --rig " + kSedan + " --out {D}/tb/a --border 1e30", 1,
+     "svcompose tables: camera front sees none of its part of the output", "{D}/tb"},
+    {"SynthCamerasTooLarge", "synth --rig " + kSedan + " --out {D}/hc --size 65536x65536", 2,
+     "--size 65536x65536: a frame set of four such cameras (8 x width x height bytes) must stay below 2 GiB",
+     "{D}/hc"},
+    // Refused before the library or the decoder sees them.
+    {"WindowsLineEnds", "run --ctrl {D}/crlf.txt --stat {S}/statistics.txt --setting {S}/setting.txt "
+     "--in {S}/frames.yuyv --size 320x180" + kOut, 1,
+     "svcompose run: {D}/crlf.txt has Windows line ends (CR LF), which the library reads as extra table "
+     "values: convert it first, e.g. sed -i 's/\\r$//' {D}/crlf.txt"},
+    {"TruncatedPng", kThree + "{D}/cut.png" + kOut, 1, "svcompose run: cannot read image {D}/cut.png: truncated PNG file"},
 };
 INSTANTIATE_TEST_SUITE_P(Cli, CliBadInput, ::testing::ValuesIn(kBadInputs),
                          [](const auto& info) { return std::string(info.param.name); });

@@ -4,10 +4,15 @@
 #include <unistd.h>
 
 #include <charconv>
+#include <climits>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <vector>
 
+#include <opencv2/core/utils/logger.hpp>
 #include <opencv2/imgcodecs.hpp>
 
 #include "pipe/data_processing.h"
@@ -181,31 +186,6 @@ bool RawFrameSetReader::read(uint8_t* dst) {
     return file_ && std::fread(dst, 1, bytes_, file_) == bytes_;
 }
 
-RawWriter::~RawWriter() {
-    if (file_) std::fclose(file_);
-}
-
-bool RawWriter::open(const std::string& path, std::string& err) {
-    path_ = path;
-    file_ = std::fopen(path.c_str(), "wb");
-    if (!file_) err = "cannot write " + path;
-    return file_ != nullptr;
-}
-
-bool RawWriter::write(const uint8_t* data, size_t bytes, std::string& err) {
-    if (file_ && std::fwrite(data, 1, bytes, file_) == bytes) return true;
-    err = "cannot write " + path_;
-    return false;
-}
-
-bool RawWriter::close(std::string& err) {
-    if (!file_) return true;
-    const bool ok = std::fclose(file_) == 0;
-    file_ = nullptr;
-    if (!ok) err = "cannot write " + path_;
-    return ok;
-}
-
 bool have_program(const char* name) {
     const char* path = std::getenv("PATH");
     if (!path) return false;
@@ -296,28 +276,82 @@ bool VideoDecoder::close(std::string& err) {
 }
 
 bool write_png(const std::string& path, const cv::Mat& bgr, std::string& err) {
+    // Encoded in memory: imwrite would choose the format by the name, and
+    // the file is written under a temporary one.
+    std::vector<uchar> png;
     bool ok = false;
     try {
-        ok = cv::imwrite(path, bgr);
+        ok = cv::imencode(".png", bgr, png);
     } catch (const cv::Exception&) {
         ok = false;
     }
-    if (!ok) err = "cannot write " + path;
-    return ok;
+    if (!ok) {
+        err = "cannot write " + path + ": cannot encode the image as PNG";
+        return false;
+    }
+    return write_file(path, png.data(), png.size(), err);
 }
 
 bool write_text(const std::string& path, const std::string& text, std::string& err) {
-    FILE* f = std::fopen(path.c_str(), "wb");
-    bool ok = f && std::fwrite(text.data(), 1, text.size(), f) == text.size();
-    if (f && std::fclose(f) != 0) ok = false;
-    if (!ok) err = "cannot write " + path;
-    return ok;
+    return write_file(path, text.data(), text.size(), err);
 }
+
+namespace {
+
+uint32_t be32(const unsigned char* p) {
+    return uint32_t(p[0]) << 24 | uint32_t(p[1]) << 16 | uint32_t(p[2]) << 8 | p[3];
+}
+
+// Empty when the file is not a PNG or a complete one: its chunks, each with
+// a length that fits the file and a correct CRC, up to IEND. Otherwise
+// what is wrong with it.
+std::string png_damage(const std::string& bytes) {
+    static const unsigned char kSignature[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
+    if (bytes.size() < 8 || std::memcmp(bytes.data(), kSignature, 8) != 0) return "";
+    static const std::vector<uint32_t> table = [] {
+        std::vector<uint32_t> t(256);
+        for (uint32_t n = 0; n < 256; ++n) {
+            uint32_t c = n;
+            for (int k = 0; k < 8; ++k) c = c & 1 ? 0xedb88320u ^ (c >> 1) : c >> 1;
+            t[n] = c;
+        }
+        return t;
+    }();
+    const auto* p = reinterpret_cast<const unsigned char*>(bytes.data());
+    size_t at = 8;
+    for (;;) {
+        if (bytes.size() - at < 12) return "truncated PNG file";
+        const uint32_t length = be32(p + at);
+        if (length > bytes.size() - at - 12) return "truncated PNG file";
+        uint32_t crc = 0xffffffffu;
+        for (size_t i = at + 4; i < at + 8 + length; ++i) crc = table[(crc ^ p[i]) & 0xff] ^ (crc >> 8);
+        if ((crc ^ 0xffffffffu) != be32(p + at + 8 + length)) return "damaged PNG file (CRC error)";
+        if (std::memcmp(p + at + 4, "IEND", 4) == 0) return "";
+        at += 12 + size_t(length);
+    }
+}
+
+}  // namespace
 
 bool read_image(const std::string& path, cv::Mat& bgr, std::string& err) {
     if (!check_file(path, err)) return false;
+    std::ifstream in(path, std::ios::binary);
+    const std::string bytes{std::istreambuf_iterator<char>(in), {}};
+    if (!in.good() && !in.eof()) {
+        err = "cannot read image " + path;
+        return false;
+    }
+    const std::string damage = png_damage(bytes);
+    if (!damage.empty()) {
+        err = "cannot read image " + path + ": " + damage;
+        return false;
+    }
+    // OpenCV's own warnings would come before our message.
+    cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT);
     try {
-        bgr = cv::imread(path, cv::IMREAD_COLOR);
+        const cv::Mat raw(1, int(std::min(bytes.size(), size_t(INT_MAX))), CV_8U,
+                          const_cast<char*>(bytes.data()));
+        bgr = bytes.empty() ? cv::Mat() : cv::imdecode(raw, cv::IMREAD_COLOR);
     } catch (const cv::Exception&) {
         bgr.release();
     }

@@ -10,6 +10,8 @@
 
 #include <opencv2/core.hpp>
 
+#include "rig/outputs.h"
+
 namespace rig {
 
 // Bytes of one packed YUYV camera frame, of a frame set of four, and of
@@ -62,21 +64,23 @@ private:
     long frames_ = 0;
 };
 
-// Appends frames to a raw file.
+// Appends frames to a raw file, which appears under its name only when
+// close() succeeds (see OutputFile).
 class RawWriter {
 public:
-    RawWriter() = default;
-    ~RawWriter();
-    RawWriter(const RawWriter&) = delete;
-    RawWriter& operator=(const RawWriter&) = delete;
-
-    bool open(const std::string& path, std::string& err);
-    bool write(const uint8_t* data, size_t bytes, std::string& err);
-    bool close(std::string& err);
+    bool open(const std::string& path, std::string& err) {
+        opened_ = true;
+        return file_.open(path, err);
+    }
+    bool write(const uint8_t* data, size_t bytes, std::string& err) {
+        return file_.write(data, bytes, err);
+    }
+    // True, doing nothing, when never opened.
+    bool close(std::string& err) { return !opened_ || file_.commit(err); }
 
 private:
-    FILE* file_ = nullptr;
-    std::string path_;
+    OutputFile file_;
+    bool opened_ = false;
 };
 
 // True when the named program is an executable on PATH.
@@ -117,13 +121,16 @@ private:
     long frames_ = 0;
 };
 
-// Writes an 8-bit BGR image as PNG, creating nothing but the file.
+// Writes an 8-bit BGR image as PNG, creating nothing but the file (through
+// OutputFile).
 bool write_png(const std::string& path, const cv::Mat& bgr, std::string& err);
 
 // Writes a text file; false with "cannot write PATH" in err.
 bool write_text(const std::string& path, const std::string& text, std::string& err);
 
-// Reads an image as 8-bit BGR; false with a reason when it cannot.
+// Reads an image as 8-bit BGR; false with a reason when it cannot. A PNG
+// is checked for completeness first, so that the decoder never gets to
+// print its own complaint.
 bool read_image(const std::string& path, cv::Mat& bgr, std::string& err);
 
 }  // namespace rig

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <string>
 
+#include "rig/outputs.h"
 #include "rig/tables.h"
 
 namespace rig {
@@ -42,10 +43,8 @@ void append_table(std::string* s, const char* tag, const MeshTable& t) {
 }
 
 void save(const std::string& path, const std::string& text) {
-    FILE* f = std::fopen(path.c_str(), "wb");
-    if (!f) throw RigError(path + ": cannot write");
-    const bool ok = std::fwrite(text.data(), 1, text.size(), f) == text.size();
-    if ((std::fclose(f) != 0) || !ok) throw RigError(path + ": write failed");
+    std::string err;
+    if (!write_file(path, text.data(), text.size(), err)) throw RigError(err);
 }
 
 void append_mesh_tags(std::string* s, int ow, int oh, const MeshTable& t, int ix, int iy) {

@@ -1,5 +1,6 @@
 // svcompose demo: the whole pipeline on a synthetic rig, before and after.
 #include <cstdio>
+#include <limits>
 #include <memory>
 #include <vector>
 
@@ -122,7 +123,7 @@ void add_demo_command(CLI::App& app) {
         "demo", "run the library on a synthetic rig whose cameras disagree; show before/after");
     cmd->add_option("--out", a->out_dir, "output folder")->capture_default_str();
     cmd->add_option("--frames", a->frames, "frames to run")
-        ->check(at_least(1))->capture_default_str();
+        ->check(whole(1, std::numeric_limits<long>::max()))->capture_default_str();
     cmd->add_option("--rig", a->scene.rig, "rig file (YAML) or homography folder")
         ->capture_default_str();
     cmd->add_option("--out-size", a->out_size,

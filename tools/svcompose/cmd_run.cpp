@@ -11,6 +11,7 @@
 #include "rig/progress.h"
 #include "session.h"
 #include "sv_interface.h"
+#include "synthetic.h"
 
 namespace {
 
@@ -82,10 +83,7 @@ void run(const RunOptions& o) {
         probe = std::make_unique<rig::SeamProbe>(s.library->seam_probe());
     const std::vector<uint8_t> background =
         background_nv12(o.background, s.out, probe ? probe->covered() : cv::Mat());
-    std::error_code ec;
-    std::filesystem::create_directories(o.out_dir, ec);
-    if (!std::filesystem::is_directory(o.out_dir))
-        throw CommandError(kExitFailure, "cannot create " + o.out_dir);
+    make_folder(o.out_dir);
 
     const bool png = o.format != "nv12", nv12 = o.format != "png";
     const bool single = s.source->frames() == 1;

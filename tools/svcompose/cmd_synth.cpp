@@ -1,5 +1,6 @@
 // svcompose synth: camera sequences of a synthetic ground scene.
 #include <cstdio>
+#include <limits>
 #include <memory>
 #include <vector>
 
@@ -64,7 +65,7 @@ void add_synth_command(CLI::App& app) {
     cmd->add_option("--rig", a->scene.rig, "rig file (YAML) or homography folder")->required();
     cmd->add_option("--out", a->out_dir, "output folder")->required();
     cmd->add_option("--frames", a->frames, "frame sets to render")
-        ->check(at_least(1))->capture_default_str();
+        ->check(whole(1, std::numeric_limits<long>::max()))->capture_default_str();
     cmd->add_option("--out-size", a->out_size,
                     "output size WxH of the tables written beside the frames (default: the rig "
                     "file's output size)")

@@ -1,13 +1,16 @@
 // svcompose tables: control table, statistics table and setting file from a
 // calibrated rig.
+#include <cfloat>
 #include <cstdio>
 #include <filesystem>
+#include <limits>
 #include <memory>
 #include <string>
 
 #include "commands.h"
 #include "options.h"
 #include "rig/frames.h"
+#include "rig/outputs.h"
 #include "rig/tables.h"
 
 namespace {
@@ -46,31 +49,36 @@ void add_size_option(CLI::App* cmd, const std::string& name, cv::Size* size,
 
 void add_setting_options(CLI::App* cmd, rig::Settings* s) {
     const char* g = "Setting overrides";
+    constexpr long long kInt = std::numeric_limits<int>::max();
+    // The pair tolerance is the brighter sample (up to 255) times the ratio
+    // in 32 bits: beyond this it overflows.
+    constexpr long long kMaxThresRatio = kInt / 255;
     cmd->add_option("--StatFreq", s->StatFreq, "calibrate every N-th frame")
-        ->check(at_least(1))->group(g)->capture_default_str();
+        ->check(whole(1, kInt))->group(g)->capture_default_str();
     cmd->add_option("--StatL", s->StatL, "lowest channel value a statistics sample may hold")
-        ->check(between(0, 255))->group(g)->capture_default_str();
+        ->check(whole(0, 255))->group(g)->capture_default_str();
     cmd->add_option("--StatH", s->StatH, "highest channel value a statistics sample may hold")
-        ->check(between(0, 255))->group(g)->capture_default_str();
+        ->check(whole(0, 255))->group(g)->capture_default_str();
     cmd->add_option("--ThresRatio", s->ThresRatio, "pair tolerance in 1/16 of the brighter value")
-        ->check(at_least(0))->group(g)->capture_default_str();
+        ->check(whole(0, kMaxThresRatio))->group(g)->capture_default_str();
     cmd->add_option("--ThresL", s->ThresL, "smallest pair tolerance")
-        ->check(at_least(0))->group(g)->capture_default_str();
+        ->check(whole(0, kInt))->group(g)->capture_default_str();
     cmd->add_option("--ThresH", s->ThresH, "largest pair tolerance")
-        ->check(at_least(0))->group(g)->capture_default_str();
+        ->check(whole(0, kInt))->group(g)->capture_default_str();
     cmd->add_option("--DSIntvl", s->DSIntvl, "statistics down-sampling block size")
-        ->check(at_least(1))->group(g)->capture_default_str();
+        ->check(whole(1, kInt))->group(g)->capture_default_str();
     cmd->add_option("--nDataL", s->nDataL, "fewest samples a region needs for the fit")
-        ->check(at_least(0))->group(g)->capture_default_str();
+        ->check(whole(0, kInt))->group(g)->capture_default_str();
     cmd->add_option("--beta", s->beta, "regularisation of the fit")
-        ->check(at_least(0))->group(g)->capture_default_str();
+        ->check(between(0, FLT_MAX))->group(g)->capture_default_str();
     cmd->add_option("--tcRatio", s->tcRatio, "tone-curve bound ratio")
-        ->group(g)->capture_default_str();
-    cmd->add_option("--tcH", s->tcH, "tone-curve bound")->group(g)->capture_default_str();
+        ->check(whole(-kInt - 1, kInt))->group(g)->capture_default_str();
+    cmd->add_option("--tcH", s->tcH, "tone-curve bound")
+        ->check(whole(-kInt - 1, kInt))->group(g)->capture_default_str();
     cmd->add_option("--gMgn", s->gMgn, "gain margin")
-        ->check(finite())->group(g)->capture_default_str();
+        ->check(between(-FLT_MAX, FLT_MAX))->group(g)->capture_default_str();
     cmd->add_option("--Spd", s->Spd, "temporal smoothing divisor (1 = no smoothing)")
-        ->check(at_least(1))->group(g)->capture_default_str();
+        ->check(whole(1, kInt))->group(g)->capture_default_str();
 }
 
 [[noreturn]] void fail(const std::string& message, int code = kExitFailure) {
@@ -95,9 +103,8 @@ void run_tables(const TablesArgs& a, const CLI::App& cmd) {
         lo.border = a.border;
         const rig::Layout l = rig::make_layout(r, lo);
 
-        std::error_code ec;
-        std::filesystem::create_directories(a.out_dir, ec);
-        if (ec) fail(a.out_dir + ": cannot create (" + ec.message() + ")");
+        std::string err;
+        if (!rig::make_folders(a.out_dir, err)) fail(err);
         rig::write_tables(a.out_dir, r, l, a.settings);
 
         std::printf("wrote %s/control.txt, statistics.txt, setting.txt for %d x %d cameras\n",

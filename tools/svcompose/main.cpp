@@ -3,6 +3,7 @@
 #include <string>
 
 #include "commands.h"
+#include "rig/outputs.h"
 
 namespace {
 
@@ -20,7 +21,26 @@ void warn(const std::string& message) {
     std::fprintf(stderr, "%s: warning: %s\n", prefix(*g_app).c_str(), message.c_str());
 }
 
+namespace {
+
+int run(int argc, char** argv);
+
+}  // namespace
+
 int main(int argc, char** argv) {
+    // Whatever way a command ends, it leaves either all its outputs or none.
+    rig::remove_outputs_on_signals();
+    const int code = run(argc, argv);
+    if (code == kExitOk)
+        rig::keep_outputs();
+    else
+        rig::remove_outputs();
+    return code;
+}
+
+namespace {
+
+int run(int argc, char** argv) {
     CLI::App app{"svcompose: compose a bird's-eye surround view from four fisheye cameras"};
     app.set_version_flag("--version", "svcompose " SV_VERSION);
     app.require_subcommand(1);
@@ -57,3 +77,5 @@ int main(int argc, char** argv) {
     }
     return kExitOk;
 }
+
+}  // namespace

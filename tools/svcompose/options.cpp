@@ -1,5 +1,6 @@
 #include "options.h"
 
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <string>
@@ -22,6 +23,24 @@ CLI::Validator number(double low, double high, bool strict, const std::string& t
 }
 
 }  // namespace
+
+CLI::Validator whole(long long low, long long high) {
+    const std::string text = CLI::detail::to_string(low) + " to " + CLI::detail::to_string(high);
+    return CLI::Validator(
+        [=](std::string& v) -> std::string {
+            long long x = 0;
+            const char* end = v.data() + v.size();
+            const auto r = std::from_chars(v.data(), end, x);
+            if (r.ec == std::errc::result_out_of_range)
+                return "must be a whole number from " + text + ", got " + v;
+            if (r.ec != std::errc() || r.ptr != end || v.empty())
+                return "expected a whole number, got '" + v + "'";
+            if (x < low) return "must be >=" + CLI::detail::to_string(low) + ", got " + v;
+            if (x > high) return "must be at most " + CLI::detail::to_string(high) + ", got " + v;
+            return "";
+        },
+        text);
+}
 
 CLI::Validator finite() { return number(-HUGE_VAL, HUGE_VAL, false, "finite"); }
 

@@ -13,4 +13,9 @@ CLI::Validator at_least(double low);
 // A finite number from low to high, both included.
 CLI::Validator between(double low, double high);
 
+// A whole number (decimal, optional minus sign) from low to high, both
+// included. Give the option's type range at most: a value CLI11 would
+// have to wrap or clamp must fail here instead.
+CLI::Validator whole(long long low, long long high);
+
 #endif

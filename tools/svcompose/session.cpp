@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <limits>
 #include <sstream>
 
 #include "commands.h"
@@ -24,13 +25,26 @@ struct CtrlHeader {
     int out_w = -1, out_h = -1, table_w = -1, table_h = -1;
 };
 
-CtrlHeader read_ctrl_header(const std::string& path) {
+std::string read_table_file(const std::string& path) {
     std::string err;
     if (!rig::check_file(path, err)) throw CommandError(kExitFailure, err);
     std::ifstream in(path, std::ios::binary);
     std::stringstream buf;
     buf << in.rdbuf();
     std::string text = buf.str();
+    // The library takes a carriage return inside a table for a value of 0
+    // and shifts every node after it: the tables would render garbage
+    // without a word.
+    if (text.find("\r\n") != std::string::npos)
+        throw CommandError(kExitFailure,
+                           path + " has Windows line ends (CR LF), which the library reads as "
+                                  "extra table values: convert it first, e.g. sed -i 's/\\r$//' " +
+                               path);
+    return text;
+}
+
+CtrlHeader read_ctrl_header(const std::string& path) {
+    std::string text = read_table_file(path);
     for (size_t i = 0; i < text.size(); ++i)
         if (text[i] == '#')
             for (; i < text.size() && text[i] != '\n'; ++i) text[i] = ' ';
@@ -73,9 +87,9 @@ Library::Library(const LibraryFiles& files, cv::Size camera, cv::Size out)
                            files.ctrl + ": its " + std::to_string(h.table_w) + "x" +
                                std::to_string(h.table_h) + " mesh nodes do not fit a " +
                                rig::size_text(out) + " output (tables made for another size?)");
+    read_table_file(files.stat);
     std::string err;
-    for (const auto* f : {&files.stat, &files.setting})
-        if (!rig::check_file(*f, err)) throw CommandError(kExitFailure, err);
+    if (!rig::check_file(files.setting, err)) throw CommandError(kExitFailure, err);
     if (sv_init(files.ctrl.c_str(), files.stat.c_str(), files.setting.c_str(), camera.width,
                 camera.height, out.width, out.height) != 0) {
         sv_deinit();
@@ -152,7 +166,7 @@ void add_input_options(CLI::App* cmd, InputOptions& o) {
                     "output size WxH (default: the control table's OutImgWidth x OutImgHeight)")
         ->type_name("WxH");
     cmd->add_option("--frames", o.frames, "stop after this many frame sets")
-        ->check(at_least(1));
+        ->check(whole(1, std::numeric_limits<long>::max()));
 }
 
 Session open_session(const InputOptions& o) {

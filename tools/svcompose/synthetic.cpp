@@ -1,12 +1,14 @@
 #include "synthetic.h"
 
 #include <filesystem>
+#include <limits>
 
 #include <CLI/CLI.hpp>
 
 #include "commands.h"
 #include "options.h"
 #include "rig/frames.h"
+#include "rig/outputs.h"
 #include "session.h"
 
 void add_scene_options(CLI::App* cmd, SceneArgs& a) {
@@ -17,7 +19,7 @@ void add_scene_options(CLI::App* cmd, SceneArgs& a) {
         ->type_name("WxH")
         ->group(g);
     cmd->add_option("--seed", a.scene.seed, "seed of the ground texture")
-        ->group(g)->capture_default_str();
+        ->check(whole(0, std::numeric_limits<unsigned>::max()))->group(g)->capture_default_str();
     cmd->add_option("--speed", a.scene.speed, "metres the vehicle moves forward per frame")
         ->check(at_least(0))->group(g)->capture_default_str();
     cmd->add_option("--drift", a.scene.drift,
@@ -25,7 +27,7 @@ void add_scene_options(CLI::App* cmd, SceneArgs& a) {
                     "(e.g. 0.2)")
         ->check(between(0, 0.9))->group(g)->capture_default_str();
     cmd->add_option("--drift-period", a.scene.drift_period, "frames per drift cycle")
-        ->check(at_least(1))->group(g)->capture_default_str();
+        ->check(whole(1, std::numeric_limits<int>::max()))->group(g)->capture_default_str();
     cmd->add_flag("--neutral", a.neutral,
                   "give every camera the same neutral look (no photometric disagreement)")
         ->group(g);
@@ -47,6 +49,12 @@ rig::Rig load_scene_rig(const SceneArgs& a) {
             throw CommandError(kExitUsage, "--size " + a.camera_size +
                                                ": cameras need an even width and height, at "
                                                "least 8");
+        // The library's own limit on a frame set; the renderer needs several
+        // times that, so larger cameras could only exhaust the memory.
+        if (rig::frame_set_bytes(s.width, s.height) >= (size_t(1) << 31))
+            throw CommandError(kExitUsage, "--size " + a.camera_size +
+                                               ": a frame set of four such cameras (8 x width x "
+                                               "height bytes) must stay below 2 GiB");
         rig::scale_cameras(r, s);
     }
     return r;
@@ -59,10 +67,8 @@ rig::SceneOptions scene_options(const SceneArgs& a) {
 }
 
 void make_folder(const std::string& dir) {
-    std::error_code ec;
-    std::filesystem::create_directories(dir, ec);
-    if (!std::filesystem::is_directory(dir, ec))
-        throw CommandError(kExitFailure, "cannot create the folder " + dir);
+    std::string err;
+    if (!rig::make_folders(dir, err)) throw CommandError(kExitFailure, err);
 }
 
 rig::Layout write_scene_tables(const rig::Rig& r, const std::string& out_size,
