@@ -44,10 +44,20 @@ struct Row {
     uint32_t spans[2];    // [first, last) in spans
 };
 
-// Row buffers of one strip: per table the sampled and then corrected luma,
-// and the corrected chroma pairs, indexed by output column.
-struct Scratch {
-    std::vector<unsigned char> y[2], uv[2];
+
+// Output columns rendered together, top to bottom: narrow enough that the
+// camera lines a strip reads stay cached from one row to the next whichever
+// way a camera is turned, wide enough that the per-row bookkeeping stays
+// small, and enough strips for the threads to share. Even, so that strips
+// hold whole chroma pairs and each pair's cache sees its rows in order.
+const int kStrip = 128;
+
+// Row buffers of one strip, indexed by column from the strip's first: per
+// table the sampled and then corrected luma, the corrected chroma pairs, and
+// the chroma each column pair last sampled. A strip's own, so that threads
+// share no cache line.
+struct alignas(64) Scratch {
+    unsigned char y[2][kStrip + 2], uv[2][kStrip + 2], cache[2][kStrip + 2];
 };
 
 struct Plan {
@@ -68,8 +78,7 @@ struct Plan {
     std::vector<uint32_t> weights;  // w0 & 0xffff | w1 << 16 per blended pixel
 
     // Per frame, reused.
-    Scratch scratch;
-    std::vector<unsigned char> cache[2];  // chroma pair last sampled, per table
+    std::vector<Scratch> scratch;  // one per strip
     ColourLut lut;
 };
 
@@ -162,12 +171,6 @@ bool RecordRow(Plan& plan, const Geometry& g, const Column* band0, const Column*
     return true;
 }
 
-// Output columns rendered together, top to bottom: narrow enough that the
-// camera lines a strip reads stay cached from one row to the next whichever
-// way a camera is turned, wide enough that the per-row bookkeeping stays
-// small, and enough strips for the threads to share. Even, so that strips
-// hold whole chroma pairs and each pair's cache sees its rows in order.
-const int kStrip = 128;
 
 // Cuts every row at the strip boundaries, so that a strip walks only its
 // own runs and spans, already clipped, and reads its positions and weights
@@ -242,7 +245,6 @@ void Build(Plan& plan, int in_w, int in_h, int out_w, int out_h, const tag_CtrlP
     const int* tables[2] = {p.TB1, p.TB2};
     for (int t = 0; t < 2; ++t)
         plan.nodes[t].assign(tables[t] + plan.node_lo * 4, tables[t] + (read.hi + 1) * 4);
-    for (auto& c : plan.cache) c.assign(static_cast<size_t>(out_w) + 2, 128);
     if (plan.usable) CutIntoStrips(plan);
 }
 
@@ -258,22 +260,22 @@ void BuildLut(const int* gain, const int* tcurve, int step, ColourLut& lut) {
 
 struct Frame {
     const Plan* plan;
-    Scratch* scratch;  // shared: parts write disjoint columns
     unsigned char* const* cams;
     unsigned char* out;
     const ComposeKernels* k;
-    unsigned char* cache[2];
 };
 
-// Samples and corrects table t's runs of one row of a strip.
-void SampleRuns(const Frame& f, const Row& row, int t, Scratch& s) {
+// Samples and corrects table t's runs of one row of the strip starting at
+// column sb.
+void SampleRuns(const Frame& f, const Row& row, int t, int sb, Scratch& s) {
     const Plan& plan = *f.plan;
     const bool even = (row.oy & 1) == 0;
-    unsigned char* y = s.y[t].data();
-    unsigned char* cache = f.cache[t];
+    unsigned char* y = s.y[t];
+    unsigned char* cache = s.cache[t];
     for (uint32_t i = row.runs[t][0]; i < row.runs[t][1]; ++i) {
         const Run& r = plan.runs[i];
-        const int b = r.begin, e = r.end;
+        // Scratch columns count from the strip's first, an even one.
+        const int b = r.begin - sb, e = r.end - sb;
         const unsigned char* img = f.cams[r.cam];
         // Positions of columns b and fe.
         const uint32_t* pos = plan.pos.data() + r.pos;
@@ -291,19 +293,26 @@ void SampleRuns(const Frame& f, const Row& row, int t, Scratch& s) {
             kComposeScalar.correct(y + b - 1, cache + b - 1, 2, lut, pair, nullptr);
             y[b] = pair[1];
         }
-        if (fe < e) f.k->correct(y + fe, cache + fe, e - fe, lut, y + fe, even ? s.uv[t].data() + fe : nullptr);
+        if (fe < e) f.k->correct(y + fe, cache + fe, e - fe, lut, y + fe, even ? s.uv[t] + fe : nullptr);
     }
 }
 
 void RenderStrip(void* ctx, int part) {
     const Frame& f = *static_cast<const Frame*>(ctx);
     const Plan& plan = *f.plan;
-    Scratch& s = *f.scratch;
+    // Parts taken one after the other go to strips far apart, so that two
+    // threads never write neighbouring output bytes at the same time.
+    const int strips = static_cast<int>(plan.scratch.size());
+    const int strip = part % 2 == 0 ? part / 2 : (strips + 1) / 2 + part / 2;
+    Scratch& s = const_cast<Scratch&>(plan.scratch[strip]);
+    // Every pair's chroma starts at 128 each frame.
+    std::memset(s.cache, 128, sizeof s.cache);
+    const int sb = strip * kStrip;
     const size_t stride = static_cast<size_t>(plan.out_w);
-    for (uint32_t k = plan.strip_rows[part]; k < plan.strip_rows[part + 1]; ++k) {
+    for (uint32_t k = plan.strip_rows[strip]; k < plan.strip_rows[strip + 1]; ++k) {
         const Row& row = plan.rows[k];
-        SampleRuns(f, row, 0, s);
-        SampleRuns(f, row, 1, s);
+        SampleRuns(f, row, 0, sb, s);
+        SampleRuns(f, row, 1, sb, s);
         const bool even = (row.oy & 1) == 0;
         unsigned char* luma = f.out + row.oy * stride;
         unsigned char* chroma = f.out + (plan.out_h + row.oy / 2) * stride;
@@ -311,18 +320,20 @@ void RenderStrip(void* ctx, int part) {
             const Span& sp = plan.spans[i];
             const int b = sp.begin, e = sp.end;
             const int fe = b + (b & 1);
+            // The same columns in the strip's scratch.
+            const int lb = b - sb, lfe = fe - sb;
             const int pairs = even && fe < e ? (e - fe + 1) / 2 : 0;
             if (sp.kind == kBoth) {
                 // Weights of columns b and fe.
                 const uint32_t* w = plan.weights.data() + sp.w;
-                f.k->blend(s.y[0].data() + b, s.y[1].data() + b, w, e - b, luma + b);
+                f.k->blend(s.y[0] + lb, s.y[1] + lb, w, e - b, luma + b);
                 if (pairs)
-                    f.k->blend_pairs(s.uv[0].data() + fe, s.uv[1].data() + fe, w + (fe - b), pairs, chroma + fe);
+                    f.k->blend_pairs(s.uv[0] + lfe, s.uv[1] + lfe, w + (fe - b), pairs, chroma + fe);
             } else {
                 // A lone contribution passes at full weight, unchanged.
                 const int t = sp.kind == kOnly0 ? 0 : 1;
-                std::memcpy(luma + b, s.y[t].data() + b, static_cast<size_t>(e - b));
-                if (pairs) std::memcpy(chroma + fe, s.uv[t].data() + fe, 2 * static_cast<size_t>(pairs));
+                std::memcpy(luma + b, s.y[t] + lb, static_cast<size_t>(e - b));
+                if (pairs) std::memcpy(chroma + fe, s.uv[t] + lfe, 2 * static_cast<size_t>(pairs));
             }
         }
     }
@@ -342,16 +353,9 @@ bool RenderPlanned(unsigned char** yuv, int in_w, int in_h, unsigned char* out, 
     if (!SameSource(plan, in_w, in_h, out_w, out_h, p)) Build(plan, in_w, in_h, out_w, out_h, p);
     if (!plan.usable) return false;
     BuildLut(gain, tcurve, step, plan.lut);
-    for (auto& c : plan.cache) std::fill(c.begin(), c.end(), 128);
-
-    if (plan.scratch.y[0].size() != static_cast<size_t>(out_w) + 2)
-        for (int t = 0; t < 2; ++t) {
-            plan.scratch.y[t].assign(static_cast<size_t>(out_w) + 2, 0);
-            plan.scratch.uv[t].assign(static_cast<size_t>(out_w) + 2, 128);
-        }
     const int parts = (out_w + kStrip - 1) / kStrip;
-    Frame f = {&plan, &plan.scratch, yuv, out, &ComposeKernelsActive(),
-               {plan.cache[0].data(), plan.cache[1].data()}};
+    if (plan.scratch.size() != static_cast<size_t>(parts)) plan.scratch.assign(static_cast<size_t>(parts), Scratch());
+    Frame f = {&plan, yuv, out, &ComposeKernelsActive()};
     RunParts(parts, RenderStrip, &f);
     return true;
 }
