@@ -12,7 +12,6 @@ namespace {
 
 const int kDataOffset = 54;
 const int kInfoSize = 40;
-const int kMaxSide = 32768;
 
 // The header after the "BM" signature: field sizes in file order, and the
 // positions of the fields that carry something.
@@ -39,17 +38,15 @@ int CloseAndFail(FILE* stream, const char* heading, const char* detail) {
 // reader and the writer agree (not the common four-byte alignment).
 int Padding(int width) { return static_cast<int>((3LL * width) % 4); }
 
-// Sizes a sane file can have: the planes' int count width * height * 4
-// must be indexable with int, and the pixel rows cannot start before 0.
-bool Plausible(int width, int height, int offset) {
-    if (width < 1 || width > kMaxSide || height < 1 || height > kMaxSide)
-        return false;
-    return offset >= 0 &&
-           static_cast<long long>(width) * height <= INT_MAX / 4;
-}
-
+// Only called once the file has shown it holds the pixels (see DataOutcome),
+// so width * height is bounded by its length. A header with a side of 0 or
+// less reads no pixel; its planes still get the one element that the
+// reader's end-of-file test looks at.
 int* NewPlane(int width, int height) {
-    return new (std::nothrow) int[static_cast<size_t>(width) * height * 4];
+    const size_t count = width > 0 && height > 0
+                             ? static_cast<size_t>(width) * static_cast<size_t>(height) * 4
+                             : 4;
+    return new (std::nothrow) int[count];
 }
 
 void ReleasePlanes(int** red, int** green, int** blue) {
@@ -70,6 +67,57 @@ bool NewPlanes(int width, int height, int** red, int** green, int** blue) {
     if (*blue) return true;
     ReleasePlanes(red, green, blue);
     return false;
+}
+
+enum class Outcome { kComplete, kLastRedMissing, kFails };
+
+// What bmp_read_data makes of a stream holding `available` more bytes,
+// worked out without reading: every missing blue or green byte fails it,
+// a missing red byte only when it is red[0]'s, and after a missing red the
+// next pixel's blue is missing too. So a short stream passes only when it
+// ends just before the last pixel's red byte and that pixel is not the
+// top-left one.
+// Bytes up to the last pixel's red byte (the last row's padding may be
+// absent); LLONG_MAX stands for more than any file holds.
+long long NeededBytes(int width, int height) {
+    if (width <= 0 || height <= 0) return 0;
+    const long long rowBytes = 3LL * width + Padding(width);
+    if (height - 1 > (LLONG_MAX - 3LL * width) / rowBytes) return LLONG_MAX;
+    return (height - 1) * rowBytes + 3LL * width;
+}
+
+Outcome DataOutcome(int width, int height, long long available) {
+    const long long needed = NeededBytes(width, height);
+    if (available >= needed) return Outcome::kComplete;
+    if (available == needed - 1 && width > 1) return Outcome::kLastRedMissing;
+    return Outcome::kFails;
+}
+
+// Bytes left after the current position, or -1 for a stream that cannot
+// seek (a pipe): those are spooled to a temporary file first.
+long long BytesLeft(FILE* in) {
+    const long at = ftell(in);
+    if (at < 0 || fseek(in, 0, SEEK_END) != 0) return -1;
+    const long end = ftell(in);
+    if (end < 0 || fseek(in, at, SEEK_SET) != 0) return -1;
+    return end > at ? end - at : 0;
+}
+
+// Copies at most `limit` bytes of a stream that cannot seek into a
+// temporary file positioned at its start; the copy's size is what arrived.
+FILE* Spool(FILE* in, long long limit) {
+    FILE* copy = tmpfile();
+    if (!copy) return nullptr;
+    char buffer[1 << 16];
+    while (limit > 0) {
+        const size_t want = limit < static_cast<long long>(sizeof buffer)
+                                ? static_cast<size_t>(limit) : sizeof buffer;
+        const size_t got = fread(buffer, 1, want, in);
+        if (got == 0 || fwrite(buffer, 1, got, copy) != got) break;
+        limit -= static_cast<long long>(got);
+    }
+    rewind(copy);
+    return copy;
 }
 
 int DataByteFailed() {
@@ -133,7 +181,7 @@ int bmp_read_header(FILE* in, int* width, int* height, int* offset) {
     *width = static_cast<int>(field[kWidth]);
     *height = static_cast<int>(field[kHeight]);
     *offset = static_cast<int>(field[kOffset]);
-    return Plausible(*width, *height, *offset) ? 0 : 1;
+    return 0;
 }
 
 int bmp_read_data(FILE* in, int width, int height, int* red, int* green,
@@ -148,9 +196,9 @@ int bmp_read_data(FILE* in, int width, int height, int* red, int* green,
             green[i] = fgetc(in);
             if (green[i] == EOF) return DataByteFailed();
             red[i] = fgetc(in);
-            // The shipped test looks at red[0] only, which misses a file
-            // that ends at any other red byte; the byte itself is tested too.
-            if (red[0] == EOF || red[i] == EOF) return DataByteFailed();
+            // Only red[0] is tested: a file ending at any other red byte
+            // reads on, and fails at the next pixel's blue if there is one.
+            if (red[0] == EOF) return DataByteFailed();
         }
         for (int p = 0; p < padding; ++p) fgetc(in);
     }
@@ -181,8 +229,26 @@ int bmp_read(char* path, int* width, int* height, int** red, int** green,
     int offset = 0;
     if (bmp_read_header(in, width, height, &offset) != 0)
         return CloseAndFail(in, kReadFailed, "  BMP_READ_HEADER failed.");
+    // A negative offset fails to seek and leaves the stream after the header.
     fseek(in, offset, SEEK_SET);
-    if (!red || !green || !blue || !NewPlanes(*width, *height, red, green, blue))
+    if (!red || !green || !blue)
+        return CloseAndFail(in, kReadFailed, "  Could not allocate data storage.");
+    // The planes are sized by the header; allocate them only once the file
+    // has shown it holds the pixels, so a short file costs nothing.
+    const long long needed = NeededBytes(*width, *height);
+    long long left = BytesLeft(in);
+    if (left < 0 && needed > 0) {
+        FILE* copy = Spool(in, needed);
+        fclose(in);
+        in = copy;
+        if (!in) return Fatal(kReadFailed, "  Could not allocate data storage.");
+        left = BytesLeft(in);
+    }
+    if (DataOutcome(*width, *height, left < 0 ? 0 : left) == Outcome::kFails) {
+        DataByteFailed();
+        return CloseAndFail(in, kReadFailed, "  BMP_READ_DATA failed.");
+    }
+    if (!NewPlanes(*width, *height, red, green, blue))
         return CloseAndFail(in, kReadFailed, "  Could not allocate data storage.");
     (*red)[0] = 0;  // the data reader's end-of-file test looks at red[0]
     if (bmp_read_data(in, *width, *height, *red, *green, *blue) != 0) {

@@ -24,17 +24,24 @@
 SV_EXPORT extern int byte_swap;
 
 // Reads a whole file. On failure the file is closed and *red, *green,
-// *blue are null (the planes it allocated are released).
+// *blue are null (the planes it allocated are released). The planes are
+// allocated only after the file's length shows how the data read will end,
+// so a header declaring more pixels than the file holds costs no memory;
+// the result and the messages are those of reading it byte by byte. A
+// stream that cannot seek is first copied to a temporary file, at most the
+// bytes the header declares.
 SV_EXPORT int bmp_read(char* path, int* width, int* height, int** red,
                        int** green, int** blue);
-// Reads the 54-byte header; *offset is where the pixel rows start. Refuses
-// a width or height outside 1..32768, a width * height * 4 beyond int and
-// a negative offset.
+// Reads the 54-byte header; *offset is where the pixel rows start. Width,
+// height and offset are returned as the file gives them; only a short read
+// or a wrong signature fails.
 SV_EXPORT int bmp_read_header(FILE* in, int* width, int* height, int* offset);
 // Reads height rows bottom-up (blue, green, red per pixel) into planes of
-// at least width * height ints. A read fails on the first missing pixel
-// byte; a missing padding byte after the last pixel is not an error.
-// red[0] must not hold -1 (EOF) beforehand: that fails the read.
+// at least width * height ints. A missing blue or green byte fails the
+// read; after a red byte only red[0] is tested for EOF, so a stream ending
+// at the last pixel's red byte (of a row wider than 1) reads, leaving -1
+// there. Missing padding is not an error. red[0] must not hold -1 (EOF)
+// beforehand: that fails the read.
 SV_EXPORT int bmp_read_data(FILE* in, int width, int height, int* red,
                             int* green, int* blue);
 // Skips count palette entries of 4 bytes.

@@ -57,6 +57,16 @@ bool s_ready = false;
 
 const int kMaxOutW = 1280;     // the composition's chroma cache width
 const int kMaxInterval = 15;   // node spacing up to 32768 pixels
+// Each side of the cameras and the output: keeps the table room and the
+// frame buffers that sv_init sets up proportional to a real rig.
+const int kMaxSide = 8192;
+static_assert(8LL * kMaxSide * kMaxSide <= INT_MAX && 3LL * kMaxOutW * kMaxSide <= INT_MAX,
+              "frame buffers must stay indexable with int");
+// Each side of the statistics image: its eight sample planes stay near
+// 25 MB and one calibration's walk near a million positions.
+const int kMaxStatSide = 2048;
+// 255 * ThresRatio, the consistency test's product, must fit in int.
+const int kMaxThresRatio = INT_MAX / 255;
 
 // ---- Text files -----------------------------------------------------------
 
@@ -208,15 +218,16 @@ std::unique_ptr<char[]> OpenTable(FILE* f) {
 bool EvenPositive(int w, int h) { return w > 0 && h > 0 && w % 2 == 0 && h % 2 == 0; }
 
 // Sizes the frame cycle can run with: even (the conversion walks pixel
-// pairs), an output no wider than the composition's cache, and every buffer
-// size and offset within 32 bits.
+// pairs), an output no wider than the composition's cache, and sides of at
+// most kMaxSide, which also keeps every buffer size and offset within 32
+// bits (8 x 8192 x 8192 bytes of camera frames).
 bool SizesUsable(int wIn, int hIn, int outW, int outH) {
     bool ok = true;
     if (!EvenPositive(wIn, hIn)) {
         std::printf("error! camera size %d x %d is not positive and even\n", wIn, hIn);
         ok = false;
-    } else if (8LL * wIn * hIn > INT_MAX) {
-        std::printf("error! camera size %d x %d too large\n", wIn, hIn);
+    } else if (wIn > kMaxSide || hIn > kMaxSide) {
+        std::printf("error! camera size %d x %d above %d per side\n", wIn, hIn, kMaxSide);
         ok = false;
     }
     if (!EvenPositive(outW, outH)) {
@@ -225,8 +236,8 @@ bool SizesUsable(int wIn, int hIn, int outW, int outH) {
     } else if (outW > kMaxOutW) {
         std::printf("error! output width %d above %d\n", outW, kMaxOutW);
         ok = false;
-    } else if (3LL * outW * outH > INT_MAX) {
-        std::printf("error! output size %d x %d too large\n", outW, outH);
+    } else if (outH > kMaxSide) {
+        std::printf("error! output height %d above %d\n", outH, kMaxSide);
         ok = false;
     }
     return ok;
@@ -245,6 +256,25 @@ bool IntervalsUsable(int ix, int iy, const char* kind) {
     return true;
 }
 
+// The walk samples the image through the tables: rows and columns beyond
+// the last node plus one cell would only repeat the border, at any cost.
+bool StatImageUsable(const tag_StatPara& p) {
+    bool ok = true;
+    const long long spanW = static_cast<long long>(p.TableWidth) << p.IntervalX;
+    const long long spanH = static_cast<long long>(p.TableHeight) << p.IntervalY;
+    if (p.OutImgWidth > spanW || p.OutImgHeight > spanH) {
+        std::printf("error! OutImgWidth x OutImgHeight (%d x %d) exceeds the %lld x %lld the tables span in statistics file\n",
+                    p.OutImgWidth, p.OutImgHeight, spanW, spanH);
+        ok = false;
+    }
+    if (p.OutImgWidth > kMaxStatSide || p.OutImgHeight > kMaxStatSide) {
+        std::printf("error! OutImgWidth x OutImgHeight (%d x %d) above %d per side in statistics file\n",
+                    p.OutImgWidth, p.OutImgHeight, kMaxStatSide);
+        ok = false;
+    }
+    return ok;
+}
+
 bool AtLeast(int value, int low, const char* name, const char* kind) {
     if (value >= low) return true;
     std::printf("error! %s %d below %d in %s file\n", name, value, low, kind);
@@ -261,8 +291,14 @@ bool ControlUsable(const tag_CtrlPara& p) {
 
 // Both divide in the frame cycle.
 bool SettingsUsable() {
-    const bool ok = AtLeast(g_hfreq, 1, "StatFreq", "parameter");
-    return AtLeast(g_S, 1, "Spd", "parameter") && ok;
+    bool ok = AtLeast(g_hfreq, 1, "StatFreq", "parameter");
+    ok = AtLeast(g_S, 1, "Spd", "parameter") && ok;
+    if (g_rto < -kMaxThresRatio || g_rto > kMaxThresRatio) {
+        std::printf("error! ThresRatio %d outside -%d..%d in parameter file\n", g_rto,
+                    kMaxThresRatio, kMaxThresRatio);
+        ok = false;
+    }
+    return ok;
 }
 
 int Rejected(const char* path) {
@@ -413,7 +449,8 @@ extern "C" int sv_init(const char* ctrlPath, const char* statPath,
 
     if (!AllocTables(ParaStat.TB1, ParaStat.TB2, STATW, STATH)) return OutOfMemory();
     if (!ReadInTable(const_cast<char*>(statPath), &ParaStat) ||
-        !IntervalsUsable(ParaStat.IntervalX, ParaStat.IntervalY, "statistics"))
+        !IntervalsUsable(ParaStat.IntervalX, ParaStat.IntervalY, "statistics") ||
+        !StatImageUsable(ParaStat))
         return Rejected(statPath);
 
     if (!ReadInSetting(const_cast<char*>(settingPath), g_hfreq, g_VL, g_VH, g_rto, g_TolL,

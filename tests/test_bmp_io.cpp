@@ -9,6 +9,9 @@
 #include <fstream>
 #include <iterator>
 #include <random>
+#include <thread>
+
+#include <sys/stat.h>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -59,7 +62,7 @@ protected:
         EXPECT_EQ(expect, bmp_read(&path[0], &im->w, &im->h, &p[0], &p[1], &p[2]));
         for (int c = 0; c < 3; ++c) {
             EXPECT_EQ(expect != 0, p[c] == nullptr);
-            if (p[c]) im->rgb[c].assign(p[c], p[c] + im->w * im->h);
+            if (p[c] && im->w > 0 && im->h > 0) im->rgb[c].assign(p[c], p[c] + im->w * im->h);
             delete[] p[c];
         }
         return testing::internal::GetCapturedStdout();
@@ -98,21 +101,68 @@ TEST_F(BmpIo, FailuresAreReportedAndLeaveNoPlane) {
     Image im = Random(5, 3), back;  // rows of 15 + 3 bytes: 108 in all
     ASSERT_EQ(0, Write(Path(), im));
     const Bytes full = Load(Path());
-    // Inside the header; at a blue, green and red byte; at the last red
-    // byte, which a test on red[0] alone lets through; only padding missing.
-    for (size_t size : {30, 54, 55, 56, 104, 105}) {
+    // Inside the header; at a blue, green and red byte, the last of which
+    // is red[0]'s (the top-left pixel comes last); only padding missing.
+    for (size_t size : {30, 54, 55, 56, 90, 91, 92, 105}) {
         Save(Path(".cut"), Bytes(full.begin(), full.begin() + size));
         EXPECT_EQ(size == 105 ? "" : size == 30 ? kHeaderFailed : kDataFailed, Read(Path(".cut"), &back, size != 105)) << size;
     }
     EXPECT_EQ("\nBMP_READ - Fatal error!\n  Could not open the input file.\n", Read(Path(".none"), &back, 1));
+}
+
+// The header's sizes and offset are taken as given; the pixel data the
+// file holds decides the outcome, before anything is allocated for it.
+TEST_F(BmpIo, HeaderValuesAsGivenAndFileLengthDecides) {
+    Image im = Random(5, 3), back;
+    ASSERT_EQ(0, Write(Path(), im));
+    const Bytes full = Load(Path());
     auto put = [](Bytes& f, int at, unsigned v) { for (int k = 0; k < 4; ++k) f[at + k] = v >> 8 * k; };
-    // width 0, height -1, width 32769, 30000 x 30000, negative data offset
-    for (auto [at, v] : {std::pair{18, 0u}, {22, ~0u}, {18, 32769u}, {18, 30000u}, {10, 1u << 31}}) {
+    const struct {
+        unsigned width, height, offset;
+        int result;
+    } kCases[] = {
+        {0, 3, 54, 0},                // no pixel to read
+        {5, ~0u, 54, 0},              // height -1: no row
+        {5, 3, 1u << 31, 0},          // the seek fails: rows start after the header
+        {32769, 1, 54, 1},            // wider than the file
+        {16384, 16384, 54, 1},        // 48 bytes a pixel would be 12 GiB
+        {0x7fffffff, 0x7fffffff, 54, 1},
+    };
+    for (const auto& c : kCases) {
         Bytes f = full;
-        put(f, at, v);
-        if (v == 30000u) put(f, 22, v);
+        put(f, 18, c.width), put(f, 22, c.height), put(f, 10, c.offset);
         Save(Path(".bad"), f);
-        EXPECT_EQ(kHeaderFailed, Read(Path(".bad"), &back, 1)) << at << " " << v;
+        EXPECT_EQ(c.result ? kDataFailed : "", Read(Path(".bad"), &back, c.result)) << c.width << " x " << c.height;
+        EXPECT_EQ(back.w, int(c.width));
+        EXPECT_EQ(back.h, int(c.height));
+        if (c.offset != 54) {
+            EXPECT_EQ(back.rgb, im.rgb);
+        }
+    }
+    Image wide = Random(40000, 1);
+    ASSERT_EQ(0, Write(Path(), wide));
+    EXPECT_EQ("", Read(Path(), &back));
+    EXPECT_TRUE(back.w == 40000 && back.h == 1 && back.rgb == wide.rgb);
+}
+
+// Only red[0] is tested after a red byte: a file ending at the last pixel's
+// red byte reads, with -1 there. Also through a stream that cannot seek.
+TEST_F(BmpIo, LastRedByteMissingReadsAsEndOfFile) {
+    Image im = Random(2, 1), back;
+    ASSERT_EQ(0, Write(Path(), im));
+    Bytes cut = Load(Path());
+    cut.resize(59);
+    Save(Path(".cut"), cut);
+    const std::string fifo = Path(".fifo");
+    std::remove(fifo.c_str());
+    ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
+    for (const std::string& path : {Path(".cut"), fifo}) {
+        std::thread feed;
+        if (path == fifo) feed = std::thread([&] { Save(fifo, cut); });
+        EXPECT_EQ("", Read(path, &back)) << path;
+        if (feed.joinable()) feed.join();
+        EXPECT_EQ(back.rgb[0], std::vector<int>({im.rgb[0][0], -1})) << path;
+        EXPECT_EQ(back.rgb[2], im.rgb[2]) << path;
     }
     int* p[3] = {};
     testing::internal::CaptureStdout();

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <climits>
 #include <random>
 
 #include "common/synthetic_rig.h"
@@ -27,12 +28,12 @@ protected:
         for (int p = 0; p < 8; ++p) planes[p] = &store[p * kRows * kCols * 3];
     }
     void Grey(int cam, int v) { images[cam] = Nv12(W, H, [v](int, int) { return Rgb{v, v, v}; }); }
-    void Run(int DS = 1, int VL = 8, int VH = 248, int sw = kSW)
+    void Run(int DS = 1, int VL = 8, int VH = 248, int sw = kSW, int rto = 14)
     {
         for (int k = 0; k < 4; ++k) yuv[k] = images[k].data();
         stat = {sw, kSH, mesh.w, mesh.h, kInterval, kInterval, mesh.tb[0].data(), mesh.tb[1].data()};
         rows = kRows, cols = kCols;
-        GetStatData(yuv, W, H, stat, planes, rows, cols, kCols, VL, VH, 14, 16, 128, DS);
+        GetStatData(yuv, W, H, stat, planes, rows, cols, kCols, VL, VH, rto, 16, 128, DS);
     }
     int At(int p, int r, int c) { return planes[p][(r * kCols + c) * 3]; }
 
@@ -98,13 +99,15 @@ TEST_F(OverlapStats, BlockSizeRoundsDownToEven)
 TEST_F(OverlapStats, ToleranceDropsPairsThatDisagree)
 {
     // 200 vs 20 exceeds the 128 cap, 30 vs 18 is within max(16, (30 * 14) >> 4
-    // = 26); 128 allows exactly 112.
-    const struct { int a, b; bool kept; } cases[] = {
-        {200, 20, false}, {30, 18, true}, {20, 200, false}, {128, 16, true}, {15, 128, false}};
+    // = 26); 128 allows exactly 112. Ratios whose product leaves 32 bits
+    // saturate at the cap or, negative, fall to the floor.
+    const struct { int a, b; bool kept; int rto = 14; } cases[] = {
+        {200, 20, false}, {30, 18, true}, {20, 200, false}, {128, 16, true}, {15, 128, false},
+        {200, 20, false, INT_MAX}, {130, 10, true, INT_MAX}, {130, 10, false, INT_MIN}, {26, 10, true, INT_MIN}};
     for (const auto& t : cases) {
         Grey(2, t.a);  // side A of region 0
         Grey(0, t.b);
-        Run();
+        Run(1, 8, 248, kSW, t.rto);
         EXPECT_EQ(At(0, 9, 9), t.kept ? t.a : 0) << t.a << " vs " << t.b;
         EXPECT_EQ(At(1, 9, 9), t.kept ? t.b : 0) << t.a << " vs " << t.b;
     }

@@ -179,7 +179,9 @@ TEST_F(Config, InitGuards) {
         int sizes[4] = {16, 16, 16, 16};
     } kCases[] = {
         {-1, "", "", "error! camera size 15 x 16 is not positive and even\n", {15, 16, 16, 16}},
-        {-1, "", "", "error! camera size 32768 x 32768 too large\n", {32768, 32768, 16, 16}},
+        {-1, "", "", "error! camera size 32768 x 32768 above 8192 per side\n", {32768, 32768, 16, 16}},
+        {-1, "", "", "error! camera size 16 x 8194 above 8192 per side\n", {16, 8194, 16, 16}},
+        {-1, "", "", "error! output height 357913940 above 8192\n", {16, 16, 2, 357913940}},
         {-1, "", "", "error! output size 0 x 16 is not positive and even\n", {16, 16, 0, 16}},
         {-1, "", "", "error! output width 1282 above 1280\n", {16, 16, 1282, 16}},
         {0, nullptr, nullptr, "Load table file error!\n"},
@@ -192,7 +194,14 @@ TEST_F(Config, InitGuards) {
         {1, "IntervalY: 3", "", "error! miss IntervalY tag in control file\n"},
         {1, "IntervalX: 3", "IntervalX: 2", "error! IntervalX 2 differs from IntervalY 3 in statistics file\n"},
         {2, "StatFreq=1", "StatFreq=0", "error! StatFreq 0 below 1 in parameter file\n"},
-        {2, "Spd=1", "Spd=-3", "error! Spd -3 below 1 in parameter file\n"}};
+        {2, "Spd=1", "Spd=-3", "error! Spd -3 below 1 in parameter file\n"},
+        {2, "ThresRatio=14", "ThresRatio=8421505", "error! ThresRatio 8421505 outside -8421504..8421504 in parameter file\n"},
+        {2, "ThresRatio=14", "ThresRatio=-8421505", "error! ThresRatio -8421505 outside -8421504..8421504 in parameter file\n"},
+        {1, "OutImgWidth: 16", "OutImgWidth: 25",
+         "error! OutImgWidth x OutImgHeight (25 x 16) exceeds the 24 x 24 the tables span in statistics file\n"},
+        {1, "OutImgWidth: 16\nOutImgHeight: 16\nTableWidth: 3\nTableHeight: 3\nIntervalX: 3\nIntervalY: 3",
+         "OutImgWidth: 18800\nOutImgHeight: 18800\nTableWidth: 2\nTableHeight: 2\nIntervalX: 14\nIntervalY: 14",
+         "error! OutImgWidth x OutImgHeight (18800 x 18800) above 2048 per side in statistics file\n"}};
     const string texts[3] = {Table(3, 3), Table(3, 3, false), kSettings}, names[3] = {"c.txt", "s.txt", "p.txt"};
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.printed);
@@ -211,6 +220,13 @@ TEST_F(Config, InitGuards) {
         EXPECT_EQ(sv_deinit() + sv_deinit(), 0);
         EXPECT_EQ(Parameter.TB1, nullptr);
     }
+}
+
+// The bounds themselves are accepted.
+TEST_F(Config, LimitsAreInclusive) {
+    const string stat = Edit(Table(3, 3, false), "OutImgWidth: 16\nOutImgHeight: 16", "OutImgWidth: 24\nOutImgHeight: 24");
+    for (const char* ratio : {"ThresRatio=8421504", "ThresRatio=-8421504"})
+        EXPECT_EQ(Init(Table(3, 3), stat, Edit(kSettings, "ThresRatio=14", ratio), 16, 8192), 0) << ratio;
 }
 
 // Nothing runs before sv_init or after sv_deinit; a re-init without sv_deinit restarts the count.

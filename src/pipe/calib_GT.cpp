@@ -405,9 +405,10 @@ void DropInconsistent(unsigned char** planes, int rows, int cols, int stride,
                 bool keep = true;
                 for (int k = 0; k < 3; ++k) {
                     const int a = pa[idx + k], b = pb[idx + k];
-                    // rto is a ratio in 1/16.
-                    const int tol = std::max(
-                        TolL, std::min(TolH, (std::max(a, b) * rto) >> 4));
+                    // rto is a ratio in 1/16; 64 bits so that no rto a host
+                    // sets can overflow the product.
+                    const int64_t tol = std::max<int64_t>(
+                        TolL, std::min<int64_t>(TolH, ((int64_t)std::max(a, b) * rto) >> 4));
                     if (std::abs(a - b) > tol) keep = false;
                 }
                 if (!keep) {

@@ -22,15 +22,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         sv_deinit();
         return 0;
     }
-    // Known, not yet bounded at load time: a ThresRatio beyond +-8421504
-    // overflows the pair tolerance, and a statistics file may declare an
-    // image far larger than its tables, which makes each calibration take
-    // minutes. Leave them out until sv_init refuses them.
-    const int64_t stat_pixels = int64_t(ParaStat.OutImgWidth) * ParaStat.OutImgHeight;
-    if (std::abs(int64_t(g_rto)) > 8421504 || stat_pixels > 512 * 512) {
-        sv_deinit();
-        return 0;
-    }
     std::vector<uint8_t> in(size_t(8) * cam_w * cam_h);
     const std::string& pixels = parts[3];
     for (size_t i = 0; i < in.size(); ++i)
