@@ -44,7 +44,6 @@ struct Row {
     uint32_t spans[2];    // [first, last) in spans
 };
 
-
 // Output columns rendered together, top to bottom: narrow enough that the
 // camera lines a strip reads stay cached from one row to the next whichever
 // way a camera is turned, wide enough that the per-row bookkeeping stays
