@@ -8,7 +8,9 @@ pkgs=(cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev
       # cross builds for aarch64 and armhf, tests under qemu-user
       # (GoogleTest compiled from the sources in package googletest)
       g++-aarch64-linux-gnu libc6-dev-arm64-cross
-      g++-arm-linux-gnueabihf libc6-dev-armhf-cross qemu-user googletest)
+      g++-arm-linux-gnueabihf libc6-dev-armhf-cross qemu-user googletest
+      # the fuzz targets under libFuzzer
+      clang libclang-rt-dev)
 
 missing=()
 for p in "${pkgs[@]}"; do
