@@ -170,4 +170,14 @@ TEST_F(ComposeFastRig, TablesChangedInPlaceAreSeen) {
     }
 }
 
+// The colour tables follow every change of the corrections, and only a change.
+TEST_F(ComposeFastRig, NewCorrectionsAreSeen) {
+    for (int round = 0; round < 3; ++round) {
+        if (round == 1) rig.gain[4] += 90;
+        if (round == 2) rig.tcurve[13] -= 20;
+        const std::vector<unsigned char> fast = Render(DataProcessing);
+        EXPECT_TRUE(SameBytes(fast, Render(svtest::ComposeReference))) << "round " << round;
+    }
+}
+
 }  // namespace

@@ -79,6 +79,8 @@ struct Plan {
     // Per frame, reused.
     std::vector<Scratch> scratch;  // one per strip
     ColourLut lut;
+    int lut_from[12 + 36 + 1] = {};  // gains, curves and spacing the tables hold
+    bool lut_built = false;
 };
 
 // The scalars without the table pointers, the same table values included:
@@ -351,7 +353,18 @@ bool RenderPlanned(unsigned char** yuv, int in_w, int in_h, unsigned char* out, 
     Plan& plan = g_plan;
     if (!SameSource(plan, in_w, in_h, out_w, out_h, p)) Build(plan, in_w, in_h, out_w, out_h, p);
     if (!plan.usable) return false;
-    BuildLut(gain, tcurve, step, plan.lut);
+    // Between calibrations (and once the smoothing has settled) the
+    // corrections repeat from frame to frame: rebuild the tables only when
+    // they changed.
+    int from[12 + 36 + 1];
+    std::memcpy(from, gain, 12 * sizeof(int));
+    std::memcpy(from + 12, tcurve, 36 * sizeof(int));
+    from[48] = step;
+    if (!plan.lut_built || std::memcmp(from, plan.lut_from, sizeof from) != 0) {
+        BuildLut(gain, tcurve, step, plan.lut);
+        std::memcpy(plan.lut_from, from, sizeof from);
+        plan.lut_built = true;
+    }
     const int parts = (out_w + kStrip - 1) / kStrip;
     if (plan.scratch.size() != static_cast<size_t>(parts)) plan.scratch.assign(static_cast<size_t>(parts), Scratch());
     Frame f = {&plan, yuv, out, &ComposeKernelsActive()};
