@@ -187,6 +187,10 @@ int bmp_read_header(FILE* in, int* width, int* height, int* offset) {
 int bmp_read_data(FILE* in, int width, int height, int* red, int* green,
                   int* blue) {
     if (!in || !red || !green || !blue) return 1;
+    // Rows of no pixels read nothing, not even padding ((3 * width) % 4 is
+    // not positive then): skip them all rather than count through up to
+    // 2^31 of them.
+    if (width <= 0) return 0;
     const int padding = Padding(width);
     for (int k = 0; k < height; ++k) {
         const long long row = static_cast<long long>(height - 1 - k) * width;

@@ -122,6 +122,7 @@ TEST_F(BmpIo, HeaderValuesAsGivenAndFileLengthDecides) {
         int result;
     } kCases[] = {
         {0, 3, 54, 0},                // no pixel to read
+        {0, 0x7fffffffu, 54, 0},      // nor in 2^31 - 1 rows, and no time spent on them
         {5, ~0u, 54, 0},              // height -1: no row
         {5, 3, 1u << 31, 0},          // the seek fails: rows start after the header
         {32769, 1, 54, 1},            // wider than the file
