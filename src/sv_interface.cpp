@@ -540,6 +540,41 @@ extern "C" int sv_set_threads(int n) {
     return svc::WorkerThreads();
 }
 
+extern "C" int sv_get_corrections(int* gainOut, int* tcurveOut) {
+    if (!gainOut || !tcurveOut) {
+        std::puts("error! sv_get_corrections needs two arrays");
+        return -1;
+    }
+    std::memcpy(gainOut, gain_cur, sizeof gain_cur);
+    std::memcpy(tcurveOut, tcurve_cur, sizeof tcurve_cur);
+    return 0;
+}
+
+extern "C" int sv_set_corrections(const int* gainIn, const int* tcurveIn) {
+    if (!gainIn || !tcurveIn) {
+        std::puts("error! sv_set_corrections needs two arrays");
+        return -1;
+    }
+    for (int i = 0; i < 12; ++i)
+        if (gainIn[i] < 1 || gainIn[i] > 65535) {
+            std::printf("error! sv_set_corrections: gain %d is %d, outside 1..65535\n", i, gainIn[i]);
+            return -1;
+        }
+    for (int i = 0; i < 36; ++i)
+        if (tcurveIn[i] < 0 || tcurveIn[i] > 255) {
+            std::printf("error! sv_set_corrections: tone-curve level %d is %d, outside 0..255\n", i,
+                        tcurveIn[i]);
+            return -1;
+        }
+    // Target and state alike, so the blend does not pull back towards
+    // whatever the previous fit left in the target.
+    std::memcpy(gain_cur, gainIn, sizeof gain_cur);
+    std::memcpy(gain, gainIn, sizeof gain);
+    std::memcpy(tcurve_cur, tcurveIn, sizeof tcurve_cur);
+    std::memcpy(tcurve, tcurveIn, sizeof tcurve);
+    return 0;
+}
+
 extern "C" int sv_deinit(void) {
     ReleaseBuffers();
     return 0;

@@ -36,6 +36,19 @@ SV_EXPORT int sv_deinit(void);
 // changes nothing) for a negative n. Call it between frames, not during one.
 SV_EXPORT int sv_set_threads(int n);
 
+// The corrections in use: gains in Q10 (1024 = 1.0), index camera * 3 +
+// channel (R, G, B); tone-curve levels at inputs 64/128/192, index
+// camera * 9 + channel * 3 + k. A host saves them at shutdown and restores
+// them after sv_init, so the picture resumes where it was instead of starting
+// uncorrected. sv_get_corrections returns 0, or -1 on a null pointer.
+SV_EXPORT int sv_get_corrections(int gain[12], int tcurve[36]);
+
+// Makes the given values both the corrections in use and the calibration's
+// current target (the next calibration moves on from them). Returns 0, or -1
+// and changes nothing on a null pointer, a gain outside 1..65535 or a
+// tone-curve level outside 0..255.
+SV_EXPORT int sv_set_corrections(const int gain[12], const int tcurve[36]);
+
 #ifdef __cplusplus
 }  // extern "C"
 

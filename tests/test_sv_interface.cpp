@@ -229,6 +229,39 @@ TEST_F(Config, LimitsAreInclusive) {
         EXPECT_EQ(Init(Table(3, 3), stat, Edit(kSettings, "ThresRatio=14", ratio), 16, 8192), 0) << ratio;
 }
 
+// A saved set comes back as both the state and the target, so a restart with
+// Spd > 1 neither jumps nor drifts back; bad values change nothing.
+TEST_F(Config, CorrectionsRoundTrip) {
+    int g[12], t[36], back[12], backT[36];
+    for (int i = 0; i < 12; ++i) g[i] = 900 + i;
+    for (int i = 0; i < 36; ++i) t[i] = 60 * (i % 3 + 1) + i % 5;
+    ASSERT_EQ(sv_set_corrections(g, t), 0);
+    ASSERT_EQ(sv_get_corrections(back, backT), 0);
+    EXPECT_TRUE(std::equal(g, g + 12, back) && std::equal(g, g + 12, gain));
+    EXPECT_TRUE(std::equal(t, t + 36, backT) && std::equal(t, t + 36, tcurve));
+    ASSERT_EQ(Init(Table(3, 3), Table(3, 3, false), Edit(Edit(kSettings, "Spd=1", "Spd=4"), "StatFreq=1", "StatFreq=1000"), 16, 16), 0);
+    std::vector<unsigned char> in(8 * 16 * 16), out(16 * 16 * 3 / 2);
+    sv_set_corrections(g, t);
+    sv_convert_image(in.data(), 0, out.data(), 0);  // calibrates on nothing seen: the fit keeps its target
+    sv_get_corrections(back, backT);
+    EXPECT_TRUE(std::equal(g, g + 12, back));
+    const struct { int at, value; const char* printed; } kBad[] = {
+        {3, 0, "error! sv_set_corrections: gain 3 is 0, outside 1..65535\n"},
+        {11, 65536, "error! sv_set_corrections: gain 11 is 65536, outside 1..65535\n"},
+        {12 + 35, 256, "error! sv_set_corrections: tone-curve level 35 is 256, outside 0..255\n"},
+        {12 + 0, -1, "error! sv_set_corrections: tone-curve level 0 is -1, outside 0..255\n"}};
+    for (const auto& c : kBad) {
+        int bg[12], bt[36];
+        std::copy(g, g + 12, bg), std::copy(t, t + 36, bt);
+        (c.at < 12 ? bg[c.at] : bt[c.at - 12]) = c.value;
+        EXPECT_EQ(Printed([&] { EXPECT_EQ(sv_set_corrections(bg, bt), -1); }), c.printed);
+    }
+    EXPECT_EQ(Printed([&] { EXPECT_EQ(sv_set_corrections(nullptr, t), -1); }), "error! sv_set_corrections needs two arrays\n");
+    EXPECT_EQ(Printed([&] { EXPECT_EQ(sv_get_corrections(back, nullptr), -1); }), "error! sv_get_corrections needs two arrays\n");
+    sv_get_corrections(back, backT);
+    EXPECT_TRUE(std::equal(g, g + 12, back) && std::equal(t, t + 36, backT));
+}
+
 // Nothing runs before sv_init or after sv_deinit; a re-init without sv_deinit restarts the count.
 TEST_F(Config, FrameCycle) {
     std::vector<unsigned char> in(7372800), out(16 * 16 * 3 / 2, 7);
