@@ -17,13 +17,14 @@ bool SizeOk(const void* src, const void* dst, int w, int h) {
            static_cast<long long>(w) * h * 2 <= INT_MAX;
 }
 
-// Row pairs [r0, r1) of a w x h image; each call hands one pair to the
-// kernel with the pair's rows, luma rows and chroma row(s).
-void PackedToNv12(const svc::YuyvKernels& k, const Byte* src, Byte* dst, ptrdiff_t w, ptrdiff_t h,
-                  int r0, int r1) {
+// Row pairs [r0, r1) of a w x h image whose packed rows lie `step` bytes
+// apart; each call hands one pair to the kernel with the pair's rows, luma
+// rows and chroma row.
+void PackedToNv12(const svc::YuyvKernels& k, const Byte* src, ptrdiff_t step, Byte* dst,
+                  ptrdiff_t w, ptrdiff_t h, int r0, int r1) {
     Byte* uv = dst + w * h;
     for (ptrdiff_t r = r0; r < r1; r += 2)
-        k.packed_to_nv12(src + r * 2 * w, src + (r + 1) * 2 * w, dst + r * w, dst + (r + 1) * w,
+        k.packed_to_nv12(src + r * step, src + (r + 1) * step, dst + r * w, dst + (r + 1) * w,
                          uv + (r / 2) * w, static_cast<int>(w));
 }
 
@@ -68,7 +69,7 @@ void YUYV_I420(char* src, char* dst, int width, int height, int srcCode,
     Byte* d = reinterpret_cast<Byte*>(dst);
     const svc::YuyvKernels& k = svc::YuyvKernelsInUse();
     if (srcCode == 3 && dstCode == 1)
-        PackedToNv12(k, s, d, width, height, 0, height);
+        PackedToNv12(k, s, 2 * static_cast<ptrdiff_t>(width), d, width, height, 0, height);
     else if (srcCode == 3)
         PackedToI420(k, s, d, width, height);
     else if (srcCode == 1)
@@ -88,7 +89,22 @@ void ConvertYuyvToNv12Rows(const unsigned char* src, unsigned char* dst, int wid
                     width, height, row_begin, row_end);
         return;
     }
-    PackedToNv12(YuyvKernelsInUse(), src, dst, width, height, row_begin, row_end);
+    PackedToNv12(YuyvKernelsInUse(), src, 2 * static_cast<ptrdiff_t>(width), dst, width, height,
+                 row_begin, row_end);
+}
+
+void ConvertYuyvToNv12RowsStrided(const unsigned char* src, ptrdiff_t src_stride,
+                                  unsigned char* dst, int width, int height, int row_begin,
+                                  int row_end) {
+    if (!SizeOk(src, dst, width, height) || row_begin < 0 || row_begin % 2 || row_end % 2 ||
+        row_begin > row_end || row_end > height || src_stride < 2 * static_cast<ptrdiff_t>(width)) {
+        std::printf("error! ConvertYuyvToNv12RowsStrided needs an even image size, two buffers, "
+                    "a stride of at least a row and even rows 0 <= begin <= end <= height "
+                    "(%d x %d, stride %td, rows %d..%d)\n",
+                    width, height, src_stride, row_begin, row_end);
+        return;
+    }
+    PackedToNv12(YuyvKernelsInUse(), src, src_stride, dst, width, height, row_begin, row_end);
 }
 
 }  // namespace svc

@@ -2,6 +2,8 @@
 #ifndef IMG_FMT_TRANS_H
 #define IMG_FMT_TRANS_H
 
+#include <cstddef>
+
 #include "sv_export.h"
 
 // Layout codes: 0 planar I420, 1 semi-planar NV12 (interleaved U,V),
@@ -22,6 +24,13 @@ namespace svc {
 // and writes nothing.
 SV_EXPORT void ConvertYuyvToNv12Rows(const unsigned char* src, unsigned char* dst, int width,
                                      int height, int row_begin, int row_end);
+
+// The same from packed rows that lie src_stride bytes apart (at least
+// 2 x width: a host's buffer may pad its rows). The NV12 image stays
+// contiguous.
+SV_EXPORT void ConvertYuyvToNv12RowsStrided(const unsigned char* src, std::ptrdiff_t src_stride,
+                                            unsigned char* dst, int width, int height,
+                                            int row_begin, int row_end);
 
 }  // namespace svc
 

@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -53,6 +55,11 @@ namespace {
 
 // Set by a successful sv_init, cleared when the buffers go away.
 bool s_ready = false;
+
+// The contiguous image that a strided output is composed in: the renderer
+// knows one stride, and pixels no camera covers must keep the caller's
+// bytes, so the caller's rows go in first and come back out after.
+std::vector<unsigned char> s_staging;
 
 
 const int kMaxOutW = 1280;     // the composition's chroma cache width
@@ -334,6 +341,7 @@ void ReleaseBuffers() {
     Release(ParaStat.TB1);
     Release(ParaStat.TB2);
     for (unsigned char*& image : YUVarray) Release(image);
+    std::vector<unsigned char>().swap(s_staging);
     s_ready = false;
 }
 
@@ -472,49 +480,58 @@ namespace {
 // The four conversions; with helper threads each camera is cut into bands
 // of row pairs, which give the same bytes as whole frames.
 struct ConvertJob {
-    const unsigned char* input;
+    const unsigned char* cam[4];
+    ptrdiff_t stride[4];  // bytes from one packed row to the next
     int bands;
 };
 
 void ConvertBand(void* ctx, int part) {
     const ConvertJob& job = *static_cast<const ConvertJob*>(ctx);
     const int cam = part / job.bands, band = part % job.bands, pairs = HeightIn / 2;
-    const size_t frameBytes = 2 * static_cast<size_t>(WidthIn) * HeightIn;
-    svc::ConvertYuyvToNv12Rows(job.input + cam * frameBytes, YUVarray[cam], WidthIn, HeightIn,
-                               2 * (pairs * band / job.bands), 2 * (pairs * (band + 1) / job.bands));
+    svc::ConvertYuyvToNv12RowsStrided(job.cam[cam], job.stride[cam], YUVarray[cam], WidthIn,
+                                      HeightIn, 2 * (pairs * band / job.bands),
+                                      2 * (pairs * (band + 1) / job.bands));
+}
+
+void ConvertCameras(ConvertJob& job) {
+    job.bands = svc::WorkerThreads();
+    svc::RunParts(4 * job.bands, ConvertBand, &job);
 }
 
 void ConvertCameras(const unsigned char* input) {
-    const int threads = svc::WorkerThreads();
-    if (threads == 1) {
+    if (svc::WorkerThreads() == 1) {
         const int frameBytes = 2 * WidthIn * HeightIn;
         for (int k = 0; k < 4; ++k)
             YUYV_I420(reinterpret_cast<char*>(const_cast<unsigned char*>(input) + k * frameBytes),
                       reinterpret_cast<char*>(YUVarray[k]), WidthIn, HeightIn, 3, 1);
         return;
     }
-    ConvertJob job = {input, threads};
-    svc::RunParts(4 * threads, ConvertBand, &job);
+    const size_t frameBytes = 2 * static_cast<size_t>(WidthIn) * HeightIn;
+    ConvertJob job = {};
+    for (int k = 0; k < 4; ++k) job.cam[k] = input + k * frameBytes, job.stride[k] = 2 * WidthIn;
+    ConvertCameras(job);
 }
 
-}  // namespace
-
-extern "C" int sv_convert_image(unsigned char* input, int, unsigned char* output, int) {
+// What both frame calls check before touching anything.
+bool CycleReady(const char* fn) {
     if (!s_ready) {
-        std::puts("error! sv_convert_image called without a successful sv_init");
-        return 0;
+        std::printf("error! %s called without a successful sv_init\n", fn);
+        return false;
     }
-    if (!input || !output) {
-        std::puts("error! sv_convert_image needs an input and an output buffer");
-        return 0;
-    }
-    // The settings are exported globals; a host may have changed them.
+    return true;
+}
+
+// The settings are exported globals; a host may have changed them.
+bool SettingsRunnable() {
     if (g_hfreq < 1 || g_S < 1) {
         std::printf("error! StatFreq %d and Spd %d must be at least 1\n", g_hfreq, g_S);
-        return 0;
+        return false;
     }
-    ConvertCameras(input);
+    return true;
+}
 
+// The cycle after the conversions: calibration, blend, composition.
+void CalibrateAndRender(unsigned char* output) {
     if (g_iter - (g_iter / g_hfreq) * g_hfreq == 0)
         CalibGT(YUVarray, WidthIn, HeightIn, ParaStat, gain, tcurve, g_VL, g_VH, g_rto,
                 g_TolL, g_TolH, g_DS, g_nData, g_beta, g_bdr, g_bdh, g_mgn);
@@ -527,6 +544,93 @@ extern "C" int sv_convert_image(unsigned char* input, int, unsigned char* output
                    gain_cur, tcurve_cur, 64, 8);
     // Wraps instead of overflowing after 2^31 frames.
     g_iter = static_cast<int>(static_cast<unsigned>(g_iter) + 1u);
+}
+
+void CopyPlane(const unsigned char* src, ptrdiff_t srcStride, unsigned char* dst,
+               ptrdiff_t dstStride, int rowBytes, int rows) {
+    for (int r = 0; r < rows; ++r) std::memcpy(dst + r * dstStride, src + r * srcStride, rowBytes);
+}
+
+bool FrameArgsOk(const unsigned char* const* cam, const int* camStride, const unsigned char* outY,
+                 int outYStride, const unsigned char* outUv, int outUvStride) {
+    if (!cam || !camStride || !cam[0] || !cam[1] || !cam[2] || !cam[3] || !outY || !outUv) {
+        std::puts("error! sv_convert_frames needs four camera buffers, their strides and two output planes");
+        return false;
+    }
+    const long long rowBytes = 2LL * WidthIn;
+    for (int k = 0; k < 4; ++k) {
+        if (camStride[k] < rowBytes) {
+            std::printf("error! sv_convert_frames: camera %d stride %d is less than a row of %lld bytes\n",
+                        k, camStride[k], rowBytes);
+            return false;
+        }
+        // Offsets into the frame must fit a pointer difference (armhf).
+        if (static_cast<long long>(camStride[k]) * HeightIn > PTRDIFF_MAX) {
+            std::printf("error! sv_convert_frames: camera %d stride %d spans more than the address space\n",
+                        k, camStride[k]);
+            return false;
+        }
+    }
+    const struct { int stride; const char* plane; } kOut[2] = {{outYStride, "luma"}, {outUvStride, "chroma"}};
+    for (const auto& o : kOut)
+        if (o.stride < OutW || static_cast<long long>(o.stride) * OutH > PTRDIFF_MAX) {
+            std::printf("error! sv_convert_frames: %s stride %d is not a row of %d bytes or more\n",
+                        o.plane, o.stride, OutW);
+            return false;
+        }
+    return true;
+}
+
+}  // namespace
+
+extern "C" int sv_convert_image(unsigned char* input, int, unsigned char* output, int) {
+    if (!CycleReady("sv_convert_image")) return 0;
+    if (!input || !output) {
+        std::puts("error! sv_convert_image needs an input and an output buffer");
+        return 0;
+    }
+    if (!SettingsRunnable()) return 0;
+    ConvertCameras(input);
+    CalibrateAndRender(output);
+    return 0;
+}
+
+extern "C" int sv_convert_frames(const unsigned char* const cam[4], const int cam_stride[4],
+                                 unsigned char* out_y, int out_y_stride, unsigned char* out_uv,
+                                 int out_uv_stride) {
+    if (!CycleReady("sv_convert_frames") ||
+        !FrameArgsOk(cam, cam_stride, out_y, out_y_stride, out_uv, out_uv_stride) ||
+        !SettingsRunnable())
+        return -1;
+    const size_t lumaBytes = static_cast<size_t>(OutW) * OutH;
+    // A plain NV12 buffer needs no staging.
+    const bool contiguous = out_y_stride == OutW && out_uv_stride == OutW &&
+                            reinterpret_cast<uintptr_t>(out_uv) ==
+                                reinterpret_cast<uintptr_t>(out_y) + lumaBytes;
+    if (!contiguous && s_staging.size() != lumaBytes * 3 / 2) {
+        s_staging.clear();
+        s_staging.shrink_to_fit();
+        try {
+            s_staging.resize(lumaBytes * 3 / 2);
+        } catch (const std::bad_alloc&) {
+            std::puts("error! out of memory in sv_convert_frames");
+            return -1;
+        }
+    }
+    ConvertJob job = {};
+    for (int k = 0; k < 4; ++k) job.cam[k] = cam[k], job.stride[k] = cam_stride[k];
+    ConvertCameras(job);
+    if (contiguous) {
+        CalibrateAndRender(out_y);
+        return 0;
+    }
+    unsigned char* y = s_staging.data();
+    unsigned char* uv = y + lumaBytes;
+    CopyPlane(out_y, out_y_stride, y, OutW, OutW, OutH);
+    CopyPlane(out_uv, out_uv_stride, uv, OutW, OutW, OutH / 2);
+    CalibrateAndRender(y);
+    CopyPlane(y, OutW, out_y, out_y_stride, OutW, OutH);
+    CopyPlane(uv, OutW, out_uv, out_uv_stride, OutW, OutH / 2);
     return 0;
 }
 

@@ -26,6 +26,20 @@ SV_EXPORT int sv_init(const char* ctrlPath, const char* statPath,
 SV_EXPORT int sv_convert_image(unsigned char* input, int inputSize,
                                unsigned char* output, int outputSize);
 
+// The same frame cycle, byte for byte, for a host whose cameras deliver
+// four separate buffers (V4L2, GStreamer) and whose display wants its own
+// row pitch: no copy into one frame set. cam[k] is camera k's YUYV frame,
+// WidthIn x HeightIn, its rows cam_stride[k] bytes apart (at least
+// 2 * WidthIn). The output is NV12 in two planes: OutH luma rows of OutW
+// bytes at out_y, out_y_stride apart, and OutH / 2 rows of OutW bytes of
+// U, V pairs at out_uv, out_uv_stride apart (both at least OutW). Pixels no
+// camera covers and the bytes past each row are left as the caller had
+// them. Returns 0, or -1 with a message and nothing done on a null pointer,
+// a stride shorter than its row, or a call without a successful sv_init.
+SV_EXPORT int sv_convert_frames(const unsigned char* const cam[4], const int cam_stride[4],
+                                unsigned char* out_y, int out_y_stride,
+                                unsigned char* out_uv, int out_uv_stride);
+
 // Releases what sv_init allocated. Always returns 0.
 SV_EXPORT int sv_deinit(void);
 
