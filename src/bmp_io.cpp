@@ -1,5 +1,7 @@
 #include "bmp_io.h"
 
+#include "log.h"
+
 #include <climits>
 #include <cstddef>
 #include <cstdint>
@@ -25,7 +27,7 @@ const char* const kTestFailed = "BMP_WRITE_TEST: Fatal error!";
 
 // An empty line, a heading and an indented detail: every fatal report.
 int Fatal(const char* heading, const char* detail) {
-    printf("\n%s\n%s\n", heading, detail);
+    svc::Log("\n%s\n%s\n", heading, detail);
     return 1;
 }
 
@@ -122,7 +124,7 @@ FILE* Spool(FILE* in, long long limit) {
 
 int DataByteFailed() {
     // The byte count was never advanced in this message: it always says 0.
-    printf("BMP_READ_DATA: Failed reading data byte %d.\n", 0);
+    svc::Log("BMP_READ_DATA: Failed reading data byte %d.\n", 0);
     return 1;
 }
 
@@ -214,7 +216,7 @@ int bmp_read_palette(FILE* in, int count) {
     for (int i = 0; i < count; ++i) {
         for (int k = 0; k < 4; ++k) {
             if (fgetc(in) == EOF) {
-                printf("BMP_READ_PALETTE: Failed reading palette entry %d.\n", i);
+                svc::Log("BMP_READ_PALETTE: Failed reading palette entry %d.\n", i);
                 return 1;
             }
         }
@@ -267,9 +269,9 @@ int bmp_read_test(char* path) {
     int width = 0, height = 0;
     int *red = nullptr, *green = nullptr, *blue = nullptr;
     const int result = bmp_read(path, &width, &height, &red, &green, &blue);
-    printf("\nBMP_READ_TEST:\n");
-    printf("  XSIZE = %d.\n", width);
-    printf("  YSIZE = %d.\n", height);
+    svc::Log("\nBMP_READ_TEST:\n");
+    svc::Log("  XSIZE = %d.\n", width);
+    svc::Log("  YSIZE = %d.\n", height);
     ReleasePlanes(&red, &green, &blue);
     return result == 0 ? 0 : Fatal("BMP_READ_TEST: Fatal error!", "  BMP_READ failed.");
 }

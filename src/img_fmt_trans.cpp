@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "img_fmt_trans_kernels.h"
+#include "log.h"
 
 namespace {
 
@@ -61,7 +62,7 @@ void YUYV_I420(char* src, char* dst, int width, int height, int srcCode,
     const bool toPacked = dstCode == 3 && (srcCode == 0 || srcCode == 1);
     if (!toPlanar && !toPacked) return;
     if (!SizeOk(src, dst, width, height)) {
-        std::printf("error! YUYV_I420 needs an even image size and two buffers (%d x %d)\n",
+        svc::Log("error! YUYV_I420 needs an even image size and two buffers (%d x %d)\n",
                     width, height);
         return;
     }
@@ -84,7 +85,7 @@ void ConvertYuyvToNv12Rows(const unsigned char* src, unsigned char* dst, int wid
                            int row_begin, int row_end) {
     if (!SizeOk(src, dst, width, height) || row_begin < 0 || row_begin % 2 || row_end % 2 ||
         row_begin > row_end || row_end > height) {
-        std::printf("error! ConvertYuyvToNv12Rows needs an even image size, two buffers and even "
+        svc::Log("error! ConvertYuyvToNv12Rows needs an even image size, two buffers and even "
                     "rows 0 <= begin <= end <= height (%d x %d, rows %d..%d)\n",
                     width, height, row_begin, row_end);
         return;
@@ -98,7 +99,7 @@ void ConvertYuyvToNv12RowsStrided(const unsigned char* src, ptrdiff_t src_stride
                                   int row_end) {
     if (!SizeOk(src, dst, width, height) || row_begin < 0 || row_begin % 2 || row_end % 2 ||
         row_begin > row_end || row_end > height || src_stride < 2 * static_cast<ptrdiff_t>(width)) {
-        std::printf("error! ConvertYuyvToNv12RowsStrided needs an even image size, two buffers, "
+        svc::Log("error! ConvertYuyvToNv12RowsStrided needs an even image size, two buffers, "
                     "a stride of at least a row and even rows 0 <= begin <= end <= height "
                     "(%d x %d, stride %td, rows %d..%d)\n",
                     width, height, src_stride, row_begin, row_end);

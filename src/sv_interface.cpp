@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "img_fmt_trans.h"
+#include "log.h"
 #include "pipe/calib_GT.h"
 #include "pipe/data_processing.h"
 #include "workers.h"
@@ -113,7 +114,7 @@ struct TagScanner {
     const char* Find(const char* tag) {
         const char* at = std::strstr(text, tag);
         if (at) return at + std::strlen(tag);
-        std::printf("error! miss %.*s tag in %s file\n",
+        svc::Log("error! miss %.*s tag in %s file\n",
                     static_cast<int>(std::strlen(tag)) - 1, tag, kind);
         ok = false;
         return nullptr;
@@ -171,7 +172,7 @@ long long RoomNodes(int size) { return static_cast<long long>(size) / 8 + 3; }
 long long AllocatedNodes(int w, int h) { return 2 * RoomNodes(w) * RoomNodes(h) + 1; }
 
 bool NoStorage(const char* kind) {
-    std::printf("error! no storage for TB1 and TB2 in %s file\n", kind);
+    svc::Log("error! no storage for TB1 and TB2 in %s file\n", kind);
     return false;
 }
 
@@ -181,12 +182,12 @@ bool ReadMeshTables(char* text, int tableW, int tableH, int roomW, int roomH,
                     const char* kind, int* tb1, int* tb2) {
     const long long nodes = static_cast<long long>(tableW) * tableH;
     if (tableW <= 0 || tableH <= 0) {
-        std::printf("error! TableWidth x TableHeight (%d x %d) is not a positive node count in %s file\n",
+        svc::Log("error! TableWidth x TableHeight (%d x %d) is not a positive node count in %s file\n",
                     tableW, tableH, kind);
         return false;
     }
     if (nodes > RoomNodes(roomW) * RoomNodes(roomH) || nodes > INT_MAX / 4) {
-        std::printf("error! TableWidth x TableHeight (%d x %d) exceeds the %lld x %lld nodes allocated in %s file\n",
+        svc::Log("error! TableWidth x TableHeight (%d x %d) exceeds the %lld x %lld nodes allocated in %s file\n",
                     tableW, tableH, RoomNodes(roomW), RoomNodes(roomH), kind);
         return false;
     }
@@ -202,13 +203,13 @@ bool ReadMeshTables(char* text, int tableW, int tableH, int roomW, int roomH,
         ok = ReadValues(tok, cursor, tmp, tb1);
     }
     if (!ok) {
-        std::puts("error! TB1 tag in control file");
+        svc::Log("error! TB1 tag in control file\n");
         tok = nullptr;
     }
     // The token after the TB1 values stands for the "TB2:" header.
     if (tok) tok = NextToken(cursor);
     if (!ReadValues(tok, cursor, tmp, tb2)) {
-        std::puts("error! TB2 tag in control file");
+        svc::Log("error! TB2 tag in control file\n");
         ok = false;
     }
     return ok;
@@ -216,7 +217,7 @@ bool ReadMeshTables(char* text, int tableW, int tableH, int roomW, int roomH,
 
 std::unique_ptr<char[]> OpenTable(FILE* f) {
     std::unique_ptr<char[]> text = f ? LoadText(f) : nullptr;
-    if (!text) std::puts("Load table file error!");
+    if (!text) svc::Log("Load table file error!\n");
     return text;
 }
 
@@ -231,20 +232,20 @@ bool EvenPositive(int w, int h) { return w > 0 && h > 0 && w % 2 == 0 && h % 2 =
 bool SizesUsable(int wIn, int hIn, int outW, int outH) {
     bool ok = true;
     if (!EvenPositive(wIn, hIn)) {
-        std::printf("error! camera size %d x %d is not positive and even\n", wIn, hIn);
+        svc::Log("error! camera size %d x %d is not positive and even\n", wIn, hIn);
         ok = false;
     } else if (wIn > kMaxSide || hIn > kMaxSide) {
-        std::printf("error! camera size %d x %d above %d per side\n", wIn, hIn, kMaxSide);
+        svc::Log("error! camera size %d x %d above %d per side\n", wIn, hIn, kMaxSide);
         ok = false;
     }
     if (!EvenPositive(outW, outH)) {
-        std::printf("error! output size %d x %d is not positive and even\n", outW, outH);
+        svc::Log("error! output size %d x %d is not positive and even\n", outW, outH);
         ok = false;
     } else if (outW > kMaxOutW) {
-        std::printf("error! output width %d above %d\n", outW, kMaxOutW);
+        svc::Log("error! output width %d above %d\n", outW, kMaxOutW);
         ok = false;
     } else if (outH > kMaxSide) {
-        std::printf("error! output height %d above %d\n", outH, kMaxSide);
+        svc::Log("error! output height %d above %d\n", outH, kMaxSide);
         ok = false;
     }
     return ok;
@@ -253,11 +254,11 @@ bool SizesUsable(int wIn, int hIn, int outW, int outH) {
 // Both tables interpolate with one shift for both directions.
 bool IntervalsUsable(int ix, int iy, const char* kind) {
     if (ix != iy) {
-        std::printf("error! IntervalX %d differs from IntervalY %d in %s file\n", ix, iy, kind);
+        svc::Log("error! IntervalX %d differs from IntervalY %d in %s file\n", ix, iy, kind);
         return false;
     }
     if (ix < 0 || ix > kMaxInterval) {
-        std::printf("error! IntervalX %d outside 0..%d in %s file\n", ix, kMaxInterval, kind);
+        svc::Log("error! IntervalX %d outside 0..%d in %s file\n", ix, kMaxInterval, kind);
         return false;
     }
     return true;
@@ -270,12 +271,12 @@ bool StatImageUsable(const tag_StatPara& p) {
     const long long spanW = static_cast<long long>(p.TableWidth) << p.IntervalX;
     const long long spanH = static_cast<long long>(p.TableHeight) << p.IntervalY;
     if (p.OutImgWidth > spanW || p.OutImgHeight > spanH) {
-        std::printf("error! OutImgWidth x OutImgHeight (%d x %d) exceeds the %lld x %lld the tables span in statistics file\n",
+        svc::Log("error! OutImgWidth x OutImgHeight (%d x %d) exceeds the %lld x %lld the tables span in statistics file\n",
                     p.OutImgWidth, p.OutImgHeight, spanW, spanH);
         ok = false;
     }
     if (p.OutImgWidth > kMaxStatSide || p.OutImgHeight > kMaxStatSide) {
-        std::printf("error! OutImgWidth x OutImgHeight (%d x %d) above %d per side in statistics file\n",
+        svc::Log("error! OutImgWidth x OutImgHeight (%d x %d) above %d per side in statistics file\n",
                     p.OutImgWidth, p.OutImgHeight, kMaxStatSide);
         ok = false;
     }
@@ -284,7 +285,7 @@ bool StatImageUsable(const tag_StatPara& p) {
 
 bool AtLeast(int value, int low, const char* name, const char* kind) {
     if (value >= low) return true;
-    std::printf("error! %s %d below %d in %s file\n", name, value, low, kind);
+    svc::Log("error! %s %d below %d in %s file\n", name, value, low, kind);
     return false;
 }
 
@@ -301,7 +302,7 @@ bool SettingsUsable() {
     bool ok = AtLeast(g_hfreq, 1, "StatFreq", "parameter");
     ok = AtLeast(g_S, 1, "Spd", "parameter") && ok;
     if (g_rto < -kMaxThresRatio || g_rto > kMaxThresRatio) {
-        std::printf("error! ThresRatio %d outside -%d..%d in parameter file\n", g_rto,
+        svc::Log("error! ThresRatio %d outside -%d..%d in parameter file\n", g_rto,
                     kMaxThresRatio, kMaxThresRatio);
         ok = false;
     }
@@ -309,12 +310,12 @@ bool SettingsUsable() {
 }
 
 int Rejected(const char* path) {
-    std::printf("Read setting file %s error!\n", path ? path : "(null)");
+    svc::Log("Read setting file %s error!\n", path ? path : "(null)");
     return -1;
 }
 
 int OutOfMemory() {
-    std::puts("error! out of memory in sv_init");
+    svc::Log("error! out of memory in sv_init\n");
     return -1;
 }
 
@@ -412,7 +413,7 @@ bool ReadInSetting(char* path, int& StatFreq, unsigned char& StatL,
     fopen_s(&f, path, "r");
     std::unique_ptr<char[]> text = f ? LoadText(f) : nullptr;
     if (!text) {
-        std::puts("Load setting file error!");
+        svc::Log("Load setting file error!\n");
         return false;
     }
     TagScanner s{text.get(), "parameter", true};
@@ -515,7 +516,7 @@ void ConvertCameras(const unsigned char* input) {
 // What both frame calls check before touching anything.
 bool CycleReady(const char* fn) {
     if (!s_ready) {
-        std::printf("error! %s called without a successful sv_init\n", fn);
+        svc::Log("error! %s called without a successful sv_init\n", fn);
         return false;
     }
     return true;
@@ -524,7 +525,7 @@ bool CycleReady(const char* fn) {
 // The settings are exported globals; a host may have changed them.
 bool SettingsRunnable() {
     if (g_hfreq < 1 || g_S < 1) {
-        std::printf("error! StatFreq %d and Spd %d must be at least 1\n", g_hfreq, g_S);
+        svc::Log("error! StatFreq %d and Spd %d must be at least 1\n", g_hfreq, g_S);
         return false;
     }
     return true;
@@ -554,19 +555,19 @@ void CopyPlane(const unsigned char* src, ptrdiff_t srcStride, unsigned char* dst
 bool FrameArgsOk(const unsigned char* const* cam, const int* camStride, const unsigned char* outY,
                  int outYStride, const unsigned char* outUv, int outUvStride) {
     if (!cam || !camStride || !cam[0] || !cam[1] || !cam[2] || !cam[3] || !outY || !outUv) {
-        std::puts("error! sv_convert_frames needs four camera buffers, their strides and two output planes");
+        svc::Log("error! sv_convert_frames needs four camera buffers, their strides and two output planes\n");
         return false;
     }
     const long long rowBytes = 2LL * WidthIn;
     for (int k = 0; k < 4; ++k) {
         if (camStride[k] < rowBytes) {
-            std::printf("error! sv_convert_frames: camera %d stride %d is less than a row of %lld bytes\n",
+            svc::Log("error! sv_convert_frames: camera %d stride %d is less than a row of %lld bytes\n",
                         k, camStride[k], rowBytes);
             return false;
         }
         // Offsets into the frame must fit a pointer difference (armhf).
         if (static_cast<long long>(camStride[k]) * HeightIn > PTRDIFF_MAX) {
-            std::printf("error! sv_convert_frames: camera %d stride %d spans more than the address space\n",
+            svc::Log("error! sv_convert_frames: camera %d stride %d spans more than the address space\n",
                         k, camStride[k]);
             return false;
         }
@@ -574,7 +575,7 @@ bool FrameArgsOk(const unsigned char* const* cam, const int* camStride, const un
     const struct { int stride; const char* plane; } kOut[2] = {{outYStride, "luma"}, {outUvStride, "chroma"}};
     for (const auto& o : kOut)
         if (o.stride < OutW || static_cast<long long>(o.stride) * OutH > PTRDIFF_MAX) {
-            std::printf("error! sv_convert_frames: %s stride %d is not a row of %d bytes or more\n",
+            svc::Log("error! sv_convert_frames: %s stride %d is not a row of %d bytes or more\n",
                         o.plane, o.stride, OutW);
             return false;
         }
@@ -586,7 +587,7 @@ bool FrameArgsOk(const unsigned char* const* cam, const int* camStride, const un
 extern "C" int sv_convert_image(unsigned char* input, int, unsigned char* output, int) {
     if (!CycleReady("sv_convert_image")) return 0;
     if (!input || !output) {
-        std::puts("error! sv_convert_image needs an input and an output buffer");
+        svc::Log("error! sv_convert_image needs an input and an output buffer\n");
         return 0;
     }
     if (!SettingsRunnable()) return 0;
@@ -613,7 +614,7 @@ extern "C" int sv_convert_frames(const unsigned char* const cam[4], const int ca
         try {
             s_staging.resize(lumaBytes * 3 / 2);
         } catch (const std::bad_alloc&) {
-            std::puts("error! out of memory in sv_convert_frames");
+            svc::Log("error! out of memory in sv_convert_frames\n");
             return -1;
         }
     }
@@ -636,7 +637,7 @@ extern "C" int sv_convert_frames(const unsigned char* const cam[4], const int ca
 
 extern "C" int sv_set_threads(int n) {
     if (n < 0) {
-        std::printf("error! sv_set_threads needs 0 or more threads, not %d\n", n);
+        svc::Log("error! sv_set_threads needs 0 or more threads, not %d\n", n);
         return -1;
     }
     if (n == 0) n = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
@@ -646,7 +647,7 @@ extern "C" int sv_set_threads(int n) {
 
 extern "C" int sv_get_corrections(int* gainOut, int* tcurveOut) {
     if (!gainOut || !tcurveOut) {
-        std::puts("error! sv_get_corrections needs two arrays");
+        svc::Log("error! sv_get_corrections needs two arrays\n");
         return -1;
     }
     std::memcpy(gainOut, gain_cur, sizeof gain_cur);
@@ -656,17 +657,17 @@ extern "C" int sv_get_corrections(int* gainOut, int* tcurveOut) {
 
 extern "C" int sv_set_corrections(const int* gainIn, const int* tcurveIn) {
     if (!gainIn || !tcurveIn) {
-        std::puts("error! sv_set_corrections needs two arrays");
+        svc::Log("error! sv_set_corrections needs two arrays\n");
         return -1;
     }
     for (int i = 0; i < 12; ++i)
         if (gainIn[i] < 1 || gainIn[i] > 65535) {
-            std::printf("error! sv_set_corrections: gain %d is %d, outside 1..65535\n", i, gainIn[i]);
+            svc::Log("error! sv_set_corrections: gain %d is %d, outside 1..65535\n", i, gainIn[i]);
             return -1;
         }
     for (int i = 0; i < 36; ++i)
         if (tcurveIn[i] < 0 || tcurveIn[i] > 255) {
-            std::printf("error! sv_set_corrections: tone-curve level %d is %d, outside 0..255\n", i,
+            svc::Log("error! sv_set_corrections: tone-curve level %d is %d, outside 0..255\n", i,
                         tcurveIn[i]);
             return -1;
         }

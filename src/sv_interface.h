@@ -63,6 +63,17 @@ SV_EXPORT int sv_get_corrections(int gain[12], int tcurve[36]);
 // tone-curve level outside 0..255.
 SV_EXPORT int sv_set_corrections(const int gain[12], const int tcurve[36]);
 
+/* Where the library's messages go: every line it reports (the "error! ..."
+   lines, the BMP reports) is handed to fn, without its line feed, with the
+   user pointer given here. The default prints each line and a line feed on
+   stdout; sv_set_log(NULL, NULL) silences the library and
+   sv_set_log(sv_log_stdout, NULL) restores the default. Calls to fn never
+   overlap; fn must not call back into the library. */
+SV_EXPORT void sv_set_log(void (*fn)(const char* line, void* user), void* user);
+
+/* The default sink: the line and a line feed on stdout. */
+SV_EXPORT void sv_log_stdout(const char* line, void* user);
+
 #ifdef __cplusplus
 }  // extern "C"
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "common/scratch.h"
+#include "bmp_io.h"
 #include "common/synthetic_rig.h"
 #include "sv_interface.h"
 
@@ -162,6 +163,40 @@ TEST_F(HostApi, StridedFramesRefuseBadArguments) {
     EXPECT_EQ(g_iter, 0);
     EXPECT_EQ(sv_convert_frames(cam, stride, out.data(), kSW, uv, kSW), 0);
     EXPECT_EQ(g_iter, 1);
+}
+
+using Lines = std::vector<std::string>;
+
+void Collect(const char* line, void* user) { static_cast<Lines*>(user)->push_back(line); }
+
+// Every message reaches the host's sink a line at a time, without its line
+// feed, long ones whole; NULL silences; the stdout sink gives back the
+// default bytes.
+TEST_F(HostApi, LogSinkGetsEveryLine) {
+    const std::string missing = ScratchPath(std::string(300, 'm'));
+    const std::string missingBmp = ScratchPath("missing.bmp");
+    auto report = [&] {
+        sv_init(missing.c_str(), "s", "p", W, H, kSW, kSH);
+        int w, h, *r, *g, *b;
+        bmp_read(const_cast<char*>(missingBmp.c_str()), &w, &h, &r, &g, &b);
+        sv_set_threads(-2);
+    };
+    const Lines expected = {"Load table file error!", "Read setting file " + missing + " error!", "",
+                            "BMP_READ - Fatal error!", "  Could not open the input file.",
+                            "error! sv_set_threads needs 0 or more threads, not -2"};
+    std::string byDefault;
+    for (const auto& l : expected) byDefault += l + "\n";
+    EXPECT_EQ(Printed(report), byDefault);
+
+    Lines got;
+    sv_set_log(Collect, &got);
+    EXPECT_EQ(Printed(report), "");
+    EXPECT_EQ(got, expected);
+    sv_set_log(nullptr, &got);
+    EXPECT_EQ(Printed(report), "");
+    EXPECT_EQ(got.size(), expected.size());
+    sv_set_log(sv_log_stdout, nullptr);
+    EXPECT_EQ(Printed(report), byDefault);
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "pipe/block_processing.h"
 
+#include "log.h"
+
 #include <climits>
 #include <cstdio>
 #include <cstring>
@@ -147,7 +149,7 @@ void RefillFirstRuns(Byte* block, int bx, int by, int height, int width,
 int BlockProcessing(int row, int col, bool reload, int height, int width,
                     unsigned char* image, int slot) {
     if (slot < 0 || slot > 3 || !image) {
-        printf("error! BlockProcessing needs a slot 0..3 and an image\n");
+        svc::Log("error! BlockProcessing needs a slot 0..3 and an image\n");
         return -1;
     }
     Byte* block = sourceBuffer + slot * kSlot;
@@ -172,7 +174,7 @@ int BlockProcessing(int row, int col, bool reload, int height, int width,
 
 int GaussianFilter(unsigned char* image, int width, int height, int x, int y) {
     if (!image || width < 1 || height < 1) {
-        printf("error! GaussianFilter needs a non-empty image\n");
+        svc::Log("error! GaussianFilter needs a non-empty image\n");
         return -1;
     }
     const int xr = x % width;
@@ -181,7 +183,7 @@ int GaussianFilter(unsigned char* image, int width, int height, int x, int y) {
     // The window uses x itself: an x past the row reaches the rows below.
     if (static_cast<long>(y + 2) * width + x + 2 >=
         static_cast<long>(width) * height) {
-        printf("error! GaussianFilter window outside the image\n");
+        svc::Log("error! GaussianFilter window outside the image\n");
         return -1;
     }
     int sum = 0;

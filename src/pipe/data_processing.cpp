@@ -12,6 +12,7 @@
 
 #include "pipe/compose_plan.h"
 #include "pipe/mesh_walk.h"
+#include "log.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -263,7 +264,7 @@ void Render(unsigned char** yuv, int in_w, int in_h, unsigned char* out,
 }
 
 bool Refuse(const char* why) {
-    std::printf("error! %s\n", why);
+    svc::Log("error! %s\n", why);
     return false;
 }
 
