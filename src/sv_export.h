@@ -1,7 +1,7 @@
-// Symbol visibility for libsvcompose.
-// The library is built with -fvisibility=hidden; only what carries SV_EXPORT
-// is part of the ABI. Hosts include the same headers and see plain
-// declarations.
+/* Symbol visibility for libsvcompose.
+   The library is built with -fvisibility=hidden; only what carries SV_EXPORT
+   is part of the ABI. Hosts include the same headers and see plain
+   declarations. */
 #ifndef SV_EXPORT_H
 #define SV_EXPORT_H
 
