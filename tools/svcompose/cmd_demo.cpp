@@ -1,5 +1,6 @@
 // svcompose demo: the whole pipeline on a synthetic rig, before and after.
 #include <cstdio>
+#include <filesystem>
 #include <limits>
 #include <memory>
 #include <vector>
@@ -113,11 +114,27 @@ void demo(const DemoArgs& a) {
     std::fputs(report.c_str(), stdout);
 }
 
+// The example rig: the current folder's examples/ (a checkout), else the
+// installed tree's share/svcompose beside this program's bin/, else the
+// source tree the program was built from.
+std::string default_rig() {
+    namespace fs = std::filesystem;
+    std::error_code ec;
+    const char* here = "examples/rig-sedan.yaml";
+    if (fs::is_regular_file(here, ec)) return here;
+    const fs::path exe = fs::read_symlink("/proc/self/exe", ec);
+    if (!ec) {
+        const fs::path installed = (exe.parent_path() / SV_DATA_FROM_BIN / "rig-sedan.yaml").lexically_normal();
+        if (fs::is_regular_file(installed, ec)) return installed.string();
+    }
+    return SV_SOURCE_DIR "/examples/rig-sedan.yaml";
+}
+
 }  // namespace
 
 void add_demo_command(CLI::App& app) {
     auto a = std::make_shared<DemoArgs>();
-    a->scene.rig = SV_SOURCE_DIR "/examples/rig-sedan.yaml";
+    a->scene.rig = default_rig();
     a->scene.scene.speed = 0.02;
     auto* cmd = app.add_subcommand(
         "demo", "run the library on a synthetic rig whose cameras disagree; show before/after");
