@@ -7,6 +7,8 @@ pkgs=(cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev
       libeigen3-dev libopencv-dev libcli11-dev ffmpeg imagemagick
       # cpack -G DEB works out the package's dependencies with dpkg-shlibdeps
       dpkg-dev
+      # the Python module and its test
+      python3-dev pybind11-dev python3-numpy python3-pytest
       # cross builds for aarch64 and armhf, tests under qemu-user
       # (GoogleTest compiled from the sources in package googletest)
       g++-aarch64-linux-gnu libc6-dev-arm64-cross

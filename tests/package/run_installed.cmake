@@ -1,7 +1,8 @@
 # The installed tree as a user meets it, away from the source and build
 # trees: pkg-config finds the library for a C host, the installed tool runs
-# its demo on the installed example rig without LD_LIBRARY_PATH, and
-# cpack -G DEB packs all of it into a .deb whose own tool runs extracted.
+# its demo on the installed example rig without LD_LIBRARY_PATH, the Python
+# module imports and converts, and cpack -G DEB packs all of it into a .deb
+# whose tool and module run unpacked.
 # In the system's temporary folder, so that no source tree is near; kept
 # for a look when a step fails.
 set(tmp "$ENV{TMPDIR}")
@@ -30,6 +31,16 @@ function(expect_in text needle what)
   string(FIND "${text}" "${needle}" at)
   if(at EQUAL -1)
     message(FATAL_ERROR "${what}: no \"${needle}\" in:\n${text}")
+  endif()
+endfunction()
+
+# The installed module imports from the tree alone and converts frames
+# made with numpy (installed_module.py).
+function(run_python tree)
+  if(PYTHON)
+    run("import svcompose from ${tree}" DIR "${WORK}"
+        COMMAND "${CMAKE_COMMAND}" -E env "PYTHONPATH=${tree}/${PYDIR}" PYTHONDONTWRITEBYTECODE=1
+                "${PYTHON}" "${PYCHECK}" "${tree}" "${WORK}/py-tables")
   endif()
 endfunction()
 
@@ -64,6 +75,7 @@ endif()
 if(EXISTS "${prefix}/${BINDIR}/svcompose")
   run_demo("${prefix}/${BINDIR}/svcompose" "${WORK}/prefix")
 endif()
+run_python("${prefix}")
 
 find_program(DPKG_DEB dpkg-deb)
 if(NOT DPKG_DEB)
@@ -88,4 +100,5 @@ run("dpkg-deb -x" DIR "${WORK}" COMMAND "${DPKG_DEB}" -x "${debs}" "${WORK}/extr
 if(EXISTS "${WORK}/extracted/usr/bin/svcompose")
   run_demo("${WORK}/extracted/usr/bin/svcompose" "${WORK}/extracted")
 endif()
+run_python("${WORK}/extracted/usr")
 file(REMOVE_RECURSE "${WORK}")
