@@ -55,7 +55,7 @@ namespace {
 bool s_ready = false;
 
 
-const int kMaxOutW = 1280;     // the composition's chroma cache width
+const int kMaxOutW = 4096;     // the composition's column walk and chroma cache
 const int kMaxInterval = 15;   // node spacing up to 32768 pixels
 // Each side of the cameras and the output: keeps the table room and the
 // frame buffers that sv_init sets up proportional to a real rig.
