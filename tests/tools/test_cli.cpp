@@ -190,8 +190,8 @@ const BadInput kBadInputs[] = {
      "svcompose run: cannot read video {D}/junk.mp4"},
     {"RejectedConfiguration", "run --ctrl {S}/control.txt --stat {S}/control.txt --setting {S}/setting.txt "
      "--in {S}/frames.yuyv --size 320x180" + kOut, 1, "the library rejected its configuration files"},
-    {"OutputTooWide", kRaw + "--size 320x180 --out-size 1282x800" + kOut, 1,
-     "output size 1282x800: needs an even width and height, width at most 1280"},
+    {"OutputTooWide", kRaw + "--size 320x180 --out-size 4098x800" + kOut, 1,
+     "output size 4098x800: needs an even width and height, width at most 4096"},
     {"TwoInputs", "run{F} --in {D}/a {D}/b" + kOut, 2,
      "--in takes four camera files (front, rear, left, right) or one raw frame-set file, not 2"},
     {"RawWithoutSize", kRaw + kOut, 2, "a raw frame-set file needs the camera size: --size WxH"},
