@@ -14,7 +14,9 @@ pkgs=(cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev
       g++-aarch64-linux-gnu libc6-dev-arm64-cross
       g++-arm-linux-gnueabihf libc6-dev-armhf-cross qemu-user googletest
       # the fuzz targets under libFuzzer
-      clang libclang-rt-dev)
+      clang libclang-rt-dev
+      # scoring corrections with ../shared/tools/photometric/measure.py
+      python3-numpy python3-opencv)
 
 missing=()
 for p in "${pkgs[@]}"; do

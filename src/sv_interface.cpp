@@ -14,6 +14,7 @@
 #include "img_fmt_trans.h"
 #include "log.h"
 #include "pipe/calib_GT.h"
+#include "pipe/calib_enhanced.h"
 #include "pipe/data_processing.h"
 #include "workers.h"
 
@@ -51,11 +52,15 @@ int g_bdr = 4;
 int g_bdh = 16;
 float g_mgn = 0.05f;
 int g_S = 1;
+int g_fitMode = 0;
 
 namespace {
 
 // Set by a successful sv_init, cleared when the buffers go away.
 bool s_ready = false;
+// Whether the latest calibration was the enhanced one: what it keeps from
+// earlier calibrations is void after any other.
+bool s_enhancedLast = false;
 
 // The contiguous image that a strided output is composed in: the renderer
 // knows one stride, and pixels no camera covers must keep the caller's
@@ -63,7 +68,7 @@ bool s_ready = false;
 std::vector<unsigned char> s_staging;
 
 
-const int kMaxOutW = 1280;     // the composition's chroma cache width
+const int kMaxOutW = 4096;     // the composition's column walk and chroma cache
 const int kMaxInterval = 15;   // node spacing up to 32768 pixels
 // Each side of the cameras and the output: keeps the table room and the
 // frame buffers that sv_init sets up proportional to a real rig.
@@ -405,18 +410,22 @@ bool ReadInTable(char* path, tag_StatPara* record) {
     return tables && s.ok;
 }
 
-bool ReadInSetting(char* path, int& StatFreq, unsigned char& StatL,
-                   unsigned char& StatH, int& ThresRatio, int& ThresL,
-                   int& ThresH, int& DSIntvl, int& nDataL, float& beta,
-                   int& tcRatio, int& tcH, float& gMgn, int& Spd) {
+namespace {
+
+// The setting file's text, or null after "Load setting file error!".
+std::unique_ptr<char[]> LoadSettingText(const char* path) {
     FILE* f = nullptr;
     fopen_s(&f, path, "r");
     std::unique_ptr<char[]> text = f ? LoadText(f) : nullptr;
-    if (!text) {
-        svc::Log("Load setting file error!\n");
-        return false;
-    }
-    TagScanner s{text.get(), "parameter", true};
+    if (!text) svc::Log("Load setting file error!\n");
+    return text;
+}
+
+bool ScanSettings(const char* text, int& StatFreq, unsigned char& StatL,
+                  unsigned char& StatH, int& ThresRatio, int& ThresL, int& ThresH,
+                  int& DSIntvl, int& nDataL, float& beta, int& tcRatio, int& tcH,
+                  float& gMgn, int& Spd) {
+    TagScanner s{text, "parameter", true};
     // StatL and StatH share one temporary and keep its low 8 bits.
     int level = 0;
     auto scanLevel = [&](const char* key, unsigned char& dst) {
@@ -438,6 +447,45 @@ bool ReadInSetting(char* path, int& StatFreq, unsigned char& StatL,
     s.Scan("gMgn=", gMgn);
     s.Scan("Spd=", Spd);
     return s.ok;
+}
+
+// The optional key: absent means CalibGT's fit, anything but 0 or 1
+// fails the file.
+bool ScanFitMode(const char* text, int& FitMode) {
+    const char* at = std::strstr(text, "FitMode=");
+    int mode = 0;
+    if (at && std::sscanf(at + std::strlen("FitMode="), "%d", &mode) != 1) {
+        svc::Log("error! FitMode is not a number in parameter file\n");
+        return false;
+    }
+    if (mode != 0 && mode != 1) {
+        svc::Log("error! FitMode %d outside 0..1 in parameter file\n", mode);
+        return false;
+    }
+    FitMode = mode;
+    return true;
+}
+
+}  // namespace
+
+bool ReadInSetting(char* path, int& StatFreq, unsigned char& StatL,
+                   unsigned char& StatH, int& ThresRatio, int& ThresL,
+                   int& ThresH, int& DSIntvl, int& nDataL, float& beta,
+                   int& tcRatio, int& tcH, float& gMgn, int& Spd) {
+    std::unique_ptr<char[]> text = LoadSettingText(path);
+    return text && ScanSettings(text.get(), StatFreq, StatL, StatH, ThresRatio, ThresL, ThresH,
+                                DSIntvl, nDataL, beta, tcRatio, tcH, gMgn, Spd);
+}
+
+bool ReadInSetting(char* path, int& StatFreq, unsigned char& StatL,
+                   unsigned char& StatH, int& ThresRatio, int& ThresL,
+                   int& ThresH, int& DSIntvl, int& nDataL, float& beta,
+                   int& tcRatio, int& tcH, float& gMgn, int& Spd, int& FitMode) {
+    std::unique_ptr<char[]> text = LoadSettingText(path);
+    if (!text) return false;
+    const bool ok = ScanSettings(text.get(), StatFreq, StatL, StatH, ThresRatio, ThresL, ThresH,
+                                 DSIntvl, nDataL, beta, tcRatio, tcH, gMgn, Spd);
+    return ScanFitMode(text.get(), FitMode) && ok;
 }
 
 extern "C" int sv_init(const char* ctrlPath, const char* statPath,
@@ -463,7 +511,7 @@ extern "C" int sv_init(const char* ctrlPath, const char* statPath,
         return Rejected(statPath);
 
     if (!ReadInSetting(const_cast<char*>(settingPath), g_hfreq, g_VL, g_VH, g_rto, g_TolL,
-                       g_TolH, g_DS, g_nData, g_beta, g_bdr, g_bdh, g_mgn, g_S) ||
+                       g_TolH, g_DS, g_nData, g_beta, g_bdr, g_bdh, g_mgn, g_S, g_fitMode) ||
         !SettingsUsable())
         return Rejected(settingPath);
 
@@ -528,14 +576,26 @@ bool SettingsRunnable() {
         svc::Log("error! StatFreq %d and Spd %d must be at least 1\n", g_hfreq, g_S);
         return false;
     }
+    if (g_fitMode != 0 && g_fitMode != 1) {
+        svc::Log("error! FitMode %d must be 0 or 1\n", g_fitMode);
+        return false;
+    }
     return true;
 }
 
 // The cycle after the conversions: calibration, blend, composition.
 void CalibrateAndRender(unsigned char* output) {
-    if (g_iter - (g_iter / g_hfreq) * g_hfreq == 0)
-        CalibGT(YUVarray, WidthIn, HeightIn, ParaStat, gain, tcurve, g_VL, g_VH, g_rto,
-                g_TolL, g_TolH, g_DS, g_nData, g_beta, g_bdr, g_bdh, g_mgn);
+    if (g_iter - (g_iter / g_hfreq) * g_hfreq == 0) {
+        if (g_fitMode == 1) {
+            CalibEnhanced(YUVarray, WidthIn, HeightIn, ParaStat, Parameter, gain, tcurve, g_VL,
+                          g_VH, g_rto, g_TolL, g_TolH, g_nData, g_bdr, g_bdh,
+                          g_iter == 0 || !s_enhancedLast);
+        } else {
+            CalibGT(YUVarray, WidthIn, HeightIn, ParaStat, gain, tcurve, g_VL, g_VH, g_rto,
+                    g_TolL, g_TolH, g_DS, g_nData, g_beta, g_bdr, g_bdh, g_mgn);
+        }
+        s_enhancedLast = g_fitMode == 1;
+    }
 
     Blend(gain_cur, gain, 12, g_S);
     Blend(tcurve_cur, tcurve, 36, g_S);

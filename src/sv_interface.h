@@ -116,6 +116,10 @@ SV_EXPORT extern int g_bdr;
 SV_EXPORT extern int g_bdh;
 SV_EXPORT extern float g_mgn;
 SV_EXPORT extern int g_S;
+/* Which fit the calibration runs: 0 (the default) the gain and tone-curve
+   fit of CalibGT, 1 the enhanced fit of CalibEnhanced. Set by the optional
+   setting key "FitMode=". */
+SV_EXPORT extern int g_fitMode;
 
 /* Configuration readers. Each reports through the log (see sv_set_log) and returns
    true when the file was opened and every tag was found. */
@@ -126,6 +130,13 @@ SV_EXPORT bool ReadInSetting(char* path, int& StatFreq, unsigned char& StatL,
                              int& ThresL, int& ThresH, int& DSIntvl,
                              int& nDataL, float& beta, int& tcRatio, int& tcH,
                              float& gMgn, int& Spd);
+/* The same, and the optional "FitMode=" into FitMode: 0 when the key is
+   absent; a value other than 0 or 1 is reported and fails the file. */
+SV_EXPORT bool ReadInSetting(char* path, int& StatFreq, unsigned char& StatL,
+                             unsigned char& StatH, int& ThresRatio,
+                             int& ThresL, int& ThresH, int& DSIntvl,
+                             int& nDataL, float& beta, int& tcRatio, int& tcH,
+                             float& gMgn, int& Spd, int& FitMode);
 
 /* Opens like fopen and stores the stream (or null) in *stream; always
    returns 0, so callers test the stream. */

@@ -27,9 +27,11 @@ struct RandomFrame {
     std::vector<unsigned char> cams[4], prefill;
     int gain[12], tcurve[36];
 
-    explicit RandomFrame(unsigned seed) : rng(seed) {
+    // wide: an output of 1282 to 2400 columns and a few rows.
+    explicit RandomFrame(unsigned seed, bool wide = false) : rng(seed) {
         in_w = 2 * Pick(4, 48), in_h = 2 * Pick(4, 40);
-        out_w = 2 * Pick(4, 80), out_h = 2 * Pick(4, 60);
+        out_w = wide ? 2 * Pick(641, 1200) : 2 * Pick(4, 80);
+        out_h = wide ? 2 * Pick(4, 12) : 2 * Pick(4, 60);
         // Bytes often at 0 and 255: black luma and clamped colours.
         for (auto& img : cams) {
             img.resize(in_w * in_h * 3 / 2);
@@ -121,6 +123,32 @@ TEST_P(ComposeFast, MatchesReferenceOnRandomFrames) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, ComposeFast, ::testing::Range(0u, 8u));
+
+// Past the first cache width every column keeps its own chroma pair, as in
+// the reference with a cache as wide as the output; the narrow reference
+// refuses such a frame like the library above its widest output.
+class ComposeFastWide : public ::testing::Test {
+protected:
+    void TearDown() override { svc::SetIsa(svc::CpuIsa()); }
+};
+
+TEST_F(ComposeFastWide, MatchesWideReferenceBeyond1280Columns) {
+    long written_past = 0;
+    for (int isa : Levels()) {
+        svc::SetIsa(isa);
+        for (unsigned i = 0; i < 12; ++i) {
+            RandomFrame f(9000 + i, true);
+            const std::vector<unsigned char> fast = f.Render(DataProcessing);
+            EXPECT_TRUE(SameBytes(fast, f.Render(svtest::ComposeReferenceWide)))
+                << "seed " << 9000 + i << ", " << svc::IsaName(isa);
+            EXPECT_TRUE(SameBytes(f.prefill, f.Render(svtest::ComposeReference))) << "seed " << 9000 + i;
+            for (int y = 0; y < f.out_h; ++y)
+                for (int x = 1280; x < f.out_w; ++x)
+                    written_past += fast[y * f.out_w + x] != f.prefill[y * f.out_w + x];
+        }
+    }
+    EXPECT_GT(written_past, 5000);
+}
 
 class ComposeFastRig : public ::testing::Test {
 protected:

@@ -245,7 +245,7 @@ TEST_F(Compose, RefusalsPrintOneLineAndWriteNothing) {
         {[](tag_CtrlPara& c) { c.IntervalY = -1; }, "IntervalX and IntervalY must be 0..15", OW},
         {[](tag_CtrlPara& c) { c.ROIStartX = -2; }, "negative ROIStartX", OW},
         {[](tag_CtrlPara& c) { c.TB2 = nullptr; }, "missing buffer for DataProcessing", OW},
-        {[](tag_CtrlPara&) {}, "output wider than 1280 pixels", 1282},
+        {[](tag_CtrlPara&) {}, "output wider than 4096 pixels", 4098},
     };
     for (const auto& c : cases) {
         p = good;

@@ -183,7 +183,7 @@ TEST_F(Config, InitGuards) {
         {-1, "", "", "error! camera size 16 x 8194 above 8192 per side\n", {16, 8194, 16, 16}},
         {-1, "", "", "error! output height 357913940 above 8192\n", {16, 16, 2, 357913940}},
         {-1, "", "", "error! output size 0 x 16 is not positive and even\n", {16, 16, 0, 16}},
-        {-1, "", "", "error! output width 1282 above 1280\n", {16, 16, 1282, 16}},
+        {-1, "", "", "error! output width 4098 above 4096\n", {16, 16, 4098, 16}},
         {0, nullptr, nullptr, "Load table file error!\n"},
         {0, "ZoomFactorX: 64", "ZoomFactorX: 0", "error! ZoomFactorX 0 below 1 in control file\n"},
         {0, "ROIStartY: 0", "ROIStartY: -2", "error! ROIStartY -2 below 0 in control file\n"},

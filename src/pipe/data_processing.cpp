@@ -276,7 +276,7 @@ bool CanRender(unsigned char** yuv, int in_w, int in_h, const unsigned char* out
     if (!yuv || !yuv[0] || !yuv[1] || !yuv[2] || !yuv[3] || !out || !para ||
         !para->TB1 || !para->TB2 || !gain || !tcurve)
         return Refuse("missing buffer for DataProcessing");
-    if (out_w > kMaxOutW) return Refuse("output wider than 1280 pixels");
+    if (out_w > kMaxOutW) return Refuse("output wider than 4096 pixels");
     // NV12 pairs pixels: an odd size would read or write one byte past a plane.
     if (in_w % 2 != 0 || in_h % 2 != 0 || out_w % 2 != 0 || out_h % 2 != 0)
         return Refuse("odd image size for DataProcessing");

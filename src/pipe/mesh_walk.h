@@ -17,8 +17,11 @@
 namespace svc {
 namespace mesh {
 
-// The chroma cache is indexed by output column and has a fixed width.
-const int kMaxOutW = 1280;
+// Widest output the composition walks: the column walk and the chroma
+// cache hold one entry per output column. The cache first held 1280
+// columns; a wider one changes no byte of a narrower output, since every
+// index it sees is an output column.
+const int kMaxOutW = 4096;
 
 // One direction of the 2 x 2 interpolation: arithmetic shift, no rounding.
 // Wide = int where the caller has shown that nothing leaves 32 bits.
@@ -135,7 +138,7 @@ inline bool WalkColumns(const tag_CtrlPara& p, int64_t x0, int first_x, int out_
                         ColumnWalk& w) {
     // Table-space advance per output pixel in 1/2048 pixel: 131072 = 64 * 2048,
     // rounded to nearest, at most 131072; positions advance from x0 by
-    // d in 1/16 pixel, at most 1279 * 131072 / 128.
+    // d in 1/16 pixel, at most 4095 * 131072 / 128 (acc_x stays below 2^31).
     const int step_x = (p.ZoomFactorX / 2 + 131072) / p.ZoomFactorX;
     const int x_bits = p.IntervalX + 4;
     const int64_t roi_end = 16 * static_cast<int64_t>(p.ROIEndX) + 15 - x0;

@@ -7,14 +7,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include "pipe/data_processing.h"
 
 namespace svtest {
 namespace {
-
-// The chroma cache is indexed by output column and has a fixed width.
-const int kMaxOutW = 1280;
 
 // The 2 x 2 corners [top, bottom][left, right] of one mesh cell, per field.
 struct NodeBlock {
@@ -165,8 +163,10 @@ void Store(const Contribution c[2], unsigned char* out, int out_w, int out_h,
 
 int ComposeReference(unsigned char** YUV, int WidthIn, int HeightIn,
                      unsigned char* out, int OutW, int OutH, tag_CtrlPara* para,
-                     int* gain, int* tcurve, int step, int bits) {
+                     int* gain, int* tcurve, int step, int bits, int cache_w) {
     const tag_CtrlPara& p = *para;
+    // The cache is indexed by output column.
+    if (OutW > cache_w) return 1;
     // Nothing could land in the output.
     if (p.DispCoorX >= OutW || p.DispCoorY >= OutH || p.TableHeight < 1) return 1;
 
@@ -188,9 +188,7 @@ int ComposeReference(unsigned char** YUV, int WidthIn, int HeightIn,
     const int64_t cell_w16 = int64_t{1} << (p.IntervalX + 4);
     const int64_t cell_h16 = int64_t{1} << (p.IntervalY + 4);
 
-    int cache[2][kMaxOutW];
-    for (int t = 0; t < 2; ++t)
-        for (int i = 0; i < kMaxOutW; ++i) cache[t][i] = 128;
+    std::vector<int> cache[2] = {std::vector<int>(cache_w, 128), std::vector<int>(cache_w, 128)};
     NodeBlock block[2];
 
     int64_t acc_y = 0;
@@ -229,12 +227,26 @@ int ComposeReference(unsigned char** YUV, int WidthIn, int HeightIn,
             const int fx = static_cast<int>(x16 % cell_w16);
             const int64_t ox = disp_x + col;
             const Contribution c[2] = {
-                Contribute(f, block[0], 0, fx, fy, ox, oy, cache[0]),
-                Contribute(f, block[1], 1, fx, fy, ox, oy, cache[1])};
+                Contribute(f, block[0], 0, fx, fy, ox, oy, cache[0].data()),
+                Contribute(f, block[1], 1, fx, fy, ox, oy, cache[1].data())};
             Store(c, out, OutW, OutH, ox, oy);
         }
     }
     return 1;
+}
+
+int ComposeReference(unsigned char** YUV, int WidthIn, int HeightIn,
+                     unsigned char* out, int OutW, int OutH, tag_CtrlPara* para,
+                     int* gain, int* tcurve, int step, int bits) {
+    return ComposeReference(YUV, WidthIn, HeightIn, out, OutW, OutH, para, gain, tcurve, step,
+                            bits, kCacheColumns);
+}
+
+int ComposeReferenceWide(unsigned char** YUV, int WidthIn, int HeightIn,
+                         unsigned char* out, int OutW, int OutH, tag_CtrlPara* para,
+                         int* gain, int* tcurve, int step, int bits) {
+    return ComposeReference(YUV, WidthIn, HeightIn, out, OutW, OutH, para, gain, tcurve, step,
+                            bits, kWideCacheColumns);
 }
 
 }  // namespace svtest

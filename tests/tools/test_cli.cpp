@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -11,6 +12,7 @@
 #include <iterator>
 #include <string>
 
+#include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
 
 #include "rig/frames.h"
@@ -50,6 +52,7 @@ protected:
         for (char c : Slurp(S() + "/control.txt")) crlf += c == '\n' ? std::string("\r\n") : std::string(1, c);
         std::ofstream(D() + "/crlf.txt", std::ios::binary) << crlf;
         std::ofstream(D() + "/cut.png", std::ios::binary) << Slurp(S() + "/preview_front.png").substr(0, 3000);
+        std::ofstream(D() + "/short.json") << R"({"front": {"gain_q10": [1024, 1024], "tcurve": []}})";
     }
     static void TearDownTestSuite() { fs::remove_all(dir_); }
     void SetUp() override { ASSERT_TRUE(synth_ok_) << "svcompose synth failed"; }
@@ -137,6 +140,59 @@ TEST_F(CliTest, ParkingLotFramesWithReport) {
     EXPECT_NE(s.out.find("uncorrected         corrected"), std::string::npos) << s.out;
 }
 
+// ToneMapping written out plainly: Q10 gain, clamp, then the polyline through
+// (0, 0), (64, K0), (128, K1), (192, K2), (256, 256), rounded, clamped.
+int PlainToneMap(int gain, const int* K, int v) {
+    v = std::min(255, std::max(0, (gain * v + 512) / 1024));
+    const int y[5] = {0, K[0], K[1], K[2], 256}, k = v / 64;
+    return std::min(255, std::max(0, y[k] + ((y[k + 1] - y[k]) * (v - 64 * k) + 32) / 64));
+}
+
+TEST_F(CliTest, CorrectionsRoundTripWithTheirLookupTables) {
+    // Spd so large that one frame's fit cannot move the restored corrections.
+    std::string setting = Slurp(S() + "/setting.txt");
+    setting.replace(setting.find("Spd=1"), 5, "Spd=1000000000");
+    const std::string t = D() + "/corr";
+    fs::create_directories(t);
+    std::ofstream(t + "/setting.txt") << setting;
+    // A gain that clips before the curve, a falling segment, extreme levels.
+    const int gain[12] = {1024, 2048, 700, 1100, 1000, 900, 1024, 1024, 1024, 1, 65535, 1024};
+    int tcurve[36];
+    for (int i = 0; i < 36; ++i) tcurve[i] = 64 * (i % 3 + 1) + (i % 7) - 3;
+    tcurve[3] = 90, tcurve[4] = 70, tcurve[5] = 255, tcurve[6] = 0;
+    const char* names[4] = {"front", "back", "left", "right"};
+    std::string in = "{";
+    auto list = [](const int* v) {
+        return "[" + std::to_string(v[0]) + "," + std::to_string(v[1]) + "," + std::to_string(v[2]) + "]";
+    };
+    for (int k = 0; k < 4; ++k)
+        in += std::string(k ? "," : "") + "\"" + names[k] + "\": {\"gain_q10\": " + list(gain + 3 * k) +
+              ", \"tcurve\": [" + list(tcurve + 9 * k) + "," + list(tcurve + 9 * k + 3) + "," +
+              list(tcurve + 9 * k + 6) + "]}";
+    std::ofstream(t + "/in.json") << in + "}";
+    const Result r = Run("run --ctrl " + S() + "/control.txt --stat " + S() + "/statistics.txt --setting " + t +
+                         "/setting.txt --in " + S() + "/frames.yuyv --size 320x180 --frames 1 --out " + t +
+                         " --corrections-in " + t + "/in.json --corrections-out " + t + "/out.json");
+    ASSERT_EQ(r.code, 0) << r.err;
+    cv::FileStorage out(t + "/out.json", cv::FileStorage::READ | cv::FileStorage::FORMAT_JSON);
+    ASSERT_TRUE(out.isOpened());
+    for (int k = 0; k < 4; ++k) {
+        const cv::FileNode cam = out[names[k]];
+        for (int ch = 0; ch < 3; ++ch) {
+            EXPECT_EQ(int(cam["gain_q10"][ch]), gain[3 * k + ch]) << names[k];
+            for (int j = 0; j < 3; ++j) EXPECT_EQ(int(cam["tcurve"][ch][j]), tcurve[9 * k + 3 * ch + j]);
+            const cv::FileNode lut = cam["lut_rgb"][ch];
+            ASSERT_EQ(lut.size(), 256u);
+            for (int v = 0; v < 256; ++v)
+                ASSERT_EQ(int(lut[v]), PlainToneMap(gain[3 * k + ch], tcurve + 9 * k + 3 * ch, v))
+                    << names[k] << " channel " << ch << " level " << v;
+        }
+    }
+    // 2048 * 200 clips to 255 before the curve; gain 1 leaves 255 at 0.
+    EXPECT_EQ(int(out["front"]["lut_rgb"][1][200]), PlainToneMap(1024, tcurve + 3, 255));
+    EXPECT_EQ(int(out["right"]["lut_rgb"][0][255]), 0);
+}
+
 TEST_F(CliTest, InterruptedSynthLeavesNothing) {
     // Whenever the signal comes, before or after the folder is made.
     const std::string out = D() + "/term";
@@ -190,8 +246,8 @@ const BadInput kBadInputs[] = {
      "svcompose run: cannot read video {D}/junk.mp4"},
     {"RejectedConfiguration", "run --ctrl {S}/control.txt --stat {S}/control.txt --setting {S}/setting.txt "
      "--in {S}/frames.yuyv --size 320x180" + kOut, 1, "the library rejected its configuration files"},
-    {"OutputTooWide", kRaw + "--size 320x180 --out-size 1282x800" + kOut, 1,
-     "output size 1282x800: needs an even width and height, width at most 1280"},
+    {"OutputTooWide", kRaw + "--size 320x180 --out-size 4098x800" + kOut, 1,
+     "output size 4098x800: needs an even width and height, width at most 4096"},
     {"TwoInputs", "run{F} --in {D}/a {D}/b" + kOut, 2,
      "--in takes four camera files (front, rear, left, right) or one raw frame-set file, not 2"},
     {"RawWithoutSize", kRaw + kOut, 2, "a raw frame-set file needs the camera size: --size WxH"},
@@ -235,6 +291,12 @@ const BadInput kBadInputs[] = {
      "--in {S}/frames.yuyv --size 320x180" + kOut, 1,
      "svcompose run: {D}/crlf.txt has Windows line ends (CR LF), which the library reads as extra table "
      "values: convert it first, e.g. sed -i 's/\\r$//' {D}/crlf.txt"},
+    {"CorrectionsNotJson", kRaw + "--size 320x180 --corrections-in {D}/junk.png" + kOut, 1,
+     "svcompose run: {D}/junk.png is not a JSON object of per-camera corrections"},
+    {"CorrectionsShort", kRaw + "--size 320x180 --corrections-in {D}/short.json" + kOut, 1,
+     "svcompose run: {D}/short.json: front needs \"gain_q10\": three whole numbers (R, G, B; 1024 = 1.0)"},
+    {"CorrectionsOutUnwritable", kRaw + "--size 320x180 --frames 1 --corrections-out {D}/rep" + kOut, 1,
+     "svcompose run: cannot write {D}/rep"},
     {"TruncatedPng", kThree + "{D}/cut.png" + kOut, 1, "svcompose run: cannot read image {D}/cut.png: truncated PNG file"},
 };
 INSTANTIATE_TEST_SUITE_P(Cli, CliBadInput, ::testing::ValuesIn(kBadInputs),

@@ -13,10 +13,12 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "common/compose_reference.h"
 #include "common/scratch.h"
 #include "pipe/calib_GT.h"
 #include "pipe/data_processing.h"
 #include "rig/frames.h"
+#include "rig/scene.h"
 #include "rig/tables.h"
 #include "sv_interface.h"
 
@@ -143,6 +145,71 @@ TEST(TableFiles, LoadThroughSvInit) {
     sv_deinit();
 }
 
+// A 1920 x 1080 output with the rear view, whose panel right of the
+// bird's-eye reaches past column 1280, from cameras scaled down to keep the
+// test quick. Camera chroma follows the source position (U the column, V
+// the row) within the range where the colour conversion does not clip, so
+// each output chroma pair tells where it was sampled.
+TEST(WideOutput, SedanAt1920x1080MatchesTheReferenceAndItsOwnSamples) {
+    rig::Rig r = rig::load_rig(kSedan);
+    const cv::Size cam(320, 180), size(1920, 1080);
+    rig::scale_cameras(r, cam);
+    rig::LayoutOptions o;
+    o.out = size;
+    o.rear_view = true;
+    const rig::Layout layout = rig::make_layout(r, o);
+    const std::string dir = temp_dir("wide");
+    rig::write_tables(dir, r, layout, rig::Settings());
+    testing::internal::CaptureStdout();
+    const int rc = sv_init((dir + "/control.txt").c_str(), (dir + "/statistics.txt").c_str(),
+                           (dir + "/setting.txt").c_str(), cam.width, cam.height, size.width, size.height);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    ASSERT_EQ(rc, 0);
+    struct Deinit { ~Deinit() { sv_deinit(); } } deinit;
+
+    std::vector<unsigned char> frames(rig::frame_set_bytes(cam.width, cam.height));
+    for (int k = 0; k < 4; ++k)
+        for (int y = 0; y < cam.height; ++y)
+            for (int x = 0; x < cam.width; x += 2) {
+                unsigned char* q = &frames[k * rig::yuyv_bytes(cam.width, cam.height) + 2 * (y * cam.width + x)];
+                q[0] = static_cast<unsigned char>(100 + (x + 2 * y + 7 * k) % 56);
+                q[1] = static_cast<unsigned char>(88 + x / 4);
+                q[2] = static_cast<unsigned char>(100 + (x + 1 + 2 * y + 7 * k) % 56);
+                q[3] = static_cast<unsigned char>(88 + y / 4);
+            }
+    // The frame cycle (fitted corrections) against the reference with a
+    // cache as wide as the output.
+    const size_t bytes = rig::nv12_bytes(size.width, size.height);
+    std::vector<unsigned char> out(bytes, 0), want(bytes, 0);
+    sv_convert_image(frames.data(), 0, out.data(), 0);
+    svtest::ComposeReferenceWide(YUVarray, WidthIn, HeightIn, want.data(), size.width, size.height,
+                                 &Parameter, gain_cur, tcurve_cur, 64, 8);
+    EXPECT_TRUE(out == want);
+
+    // Without corrections every chroma pair past column 1280 is its own
+    // sample's.
+    int gains[12], curves[36];
+    std::fill(gains, gains + 12, 1024);
+    for (int i = 0; i < 36; ++i) curves[i] = 64 * (i % 3 + 1);
+    std::fill(out.begin(), out.end(), 0);
+    DataProcessing(YUVarray, WidthIn, HeightIn, out.data(), size.width, size.height, &Parameter,
+                   gains, curves, 64, 8);
+    const rig::ControlTable t = rig::make_control_table(r, layout);
+    int checked = 0, wrong = 0;
+    for (int y = 0; y < size.height; y += 2)
+        for (int x = 1280; x < size.width; x += 2) {
+            if (!out[y * size.width + x]) continue;
+            cv::Point2d src;
+            int sel;
+            ASSERT_TRUE(mesh_lookup(t, t.tb1, cv::Point2d(x, y), &src, &sel)) << x << ", " << y;
+            const unsigned char* uv = &out[(size.height + y / 2) * size.width + x];
+            ++checked;
+            wrong += std::abs(uv[0] - (88 + src.x / 4)) > 3 || std::abs(uv[1] - (88 + src.y / 4)) > 3;
+        }
+    EXPECT_GT(checked, 50000);
+    EXPECT_EQ(wrong, 0) << "of " << checked << " chroma pairs";
+}
+
 TEST(TablesCommand, ExitCodesAndMessages) {
     const std::string bin = std::string(SV_BINARY_DIR) + "/bin/svcompose";
     if (!fs::exists(bin)) GTEST_SKIP() << "no " << bin;
@@ -156,9 +223,11 @@ TEST(TablesCommand, ExitCodesAndMessages) {
     EXPECT_TRUE(fs::exists(dir + "/control.txt") && fs::exists(dir + "/statistics.txt"));
     EXPECT_NE(read_file(dir + "/setting.txt").find("\nSpd=2\n"), std::string::npos);
     EXPECT_EQ(run(" --rig /no/rig.yaml --out " + dir), "1 svcompose tables: /no/rig.yaml: cannot open\n");
-    EXPECT_EQ(run(sedan + " --out-size 1282x800"),
-              "1 svcompose tables: output size 1282 x 800 is unusable: sizes must be even, 64 to 1280 "
-              "wide, 64 to 4096 tall\n");
+    EXPECT_EQ(run(sedan + " --out-size 1920x1080"), "0 ");
+    EXPECT_NE(read_file(dir + "/control.txt").find("OutImgWidth: 1920\nOutImgHeight: 1080\n"), std::string::npos);
+    EXPECT_EQ(run(sedan + " --out-size 4098x800"),
+              "1 svcompose tables: output size 4098 x 800 is unusable: sizes must be even, 64 to 4096 "
+              "per side\n");
     EXPECT_EQ(run(sedan + " --out-size 1280"),
               "2 svcompose tables: --out-size: expected WIDTHxHEIGHT, e.g. 1280x800, got '1280'\n"
               "Run 'svcompose tables --help' for the options.\n");

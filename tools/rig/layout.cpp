@@ -29,10 +29,10 @@ cv::Point2d Layout::to_output(cv::Point2d c) const {
 
 Layout make_layout(const Rig& rig, const LayoutOptions& opt) {
     const cv::Size out = opt.out;
-    if (out.width < 64 || out.height < 64 || out.width > 1280 || out.width % 2 || out.height % 2 ||
+    if (out.width < 64 || out.height < 64 || out.width > 4096 || out.width % 2 || out.height % 2 ||
         out.height > 4096)
         throw RigError("output size " + size_text(out) +
-                       " is unusable: sizes must be even, 64 to 1280 wide, 64 to 4096 tall");
+                       " is unusable: sizes must be even, 64 to 4096 per side");
     if (!(opt.border >= 1))
         throw RigError("the image border must be at least 1 pixel: the library never samples "
                        "the first and last columns and rows");

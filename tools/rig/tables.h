@@ -22,7 +22,7 @@
 namespace rig {
 
 struct LayoutOptions {
-    cv::Size out{1280, 800};  // even, width at most 1280
+    cv::Size out{1280, 800};  // even, 64 to 4096 per side
     bool rear_view = false;
     double rear_fov_deg = 120.0;
     double border = 2.0;  // nodes closer than this to an image edge are unseen

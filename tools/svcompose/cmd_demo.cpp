@@ -8,6 +8,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "commands.h"
+#include "corrections.h"
 #include "options.h"
 #include "rig/frames.h"
 #include "rig/progress.h"
@@ -22,6 +23,7 @@ struct DemoArgs {
     SceneArgs scene;
     std::string out_dir = "svcompose-demo";
     std::string out_size;
+    std::string corrections_out;
     long frames = 60;
 };
 
@@ -110,6 +112,12 @@ void demo(const DemoArgs& a) {
     report += "wrote " + dir + "/before.png, after.png, side_by_side.png, control.txt, "
               "statistics.txt, setting.txt, report.txt\n";
     std::string err;
+    if (!a.corrections_out.empty()) {
+        Corrections used;
+        sv_get_corrections(used.gain, used.tcurve);
+        if (!rig::write_text(a.corrections_out, corrections_json(used), err))
+            throw CommandError(kExitFailure, err);
+    }
     if (!rig::write_text(dir + "/report.txt", report, err)) throw CommandError(kExitFailure, err);
     std::fputs(report.c_str(), stdout);
 }
@@ -147,5 +155,7 @@ void add_demo_command(CLI::App& app) {
                     "output size WxH (default: the rig file's output size)")
         ->type_name("WxH");
     add_scene_options(cmd, a->scene);
+    cmd->add_option("--corrections-out", a->corrections_out,
+                    "write the corrections in use after the last frame as JSON (as run does)");
     cmd->callback([a]() { demo(*a); });
 }

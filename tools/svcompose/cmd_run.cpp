@@ -7,6 +7,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "commands.h"
+#include "corrections.h"
 #include "rig/frames.h"
 #include "rig/progress.h"
 #include "session.h"
@@ -42,6 +43,7 @@ struct RunOptions {
     std::string format = "png";
     std::string background;
     bool report = false;
+    std::string corrections_in, corrections_out;
 };
 
 // The output buffer's content before each frame: the library writes only
@@ -76,7 +78,14 @@ std::vector<uint8_t> background_nv12(const std::string& path, cv::Size out,
 }
 
 void run(const RunOptions& o) {
+    std::string err;
+    Corrections start;
+    if (!o.corrections_in.empty() && !read_corrections(o.corrections_in, start, err))
+        throw CommandError(kExitFailure, err);
     Session s = open_session(o.input);
+    // Before the first frame, so its calibration moves on from them.
+    if (!o.corrections_in.empty() && sv_set_corrections(start.gain, start.tcurve) != 0)
+        throw CommandError(kExitFailure, "the library refused the corrections of " + o.corrections_in);
     // The probe costs a few renders: only for a report or a vehicle picture.
     std::unique_ptr<rig::SeamProbe> probe;
     if (o.report || !o.background.empty())
@@ -88,7 +97,6 @@ void run(const RunOptions& o) {
     const bool png = o.format != "nv12", nv12 = o.format != "png";
     const bool single = s.source->frames() == 1;
     rig::RawWriter raw;
-    std::string err;
     const std::string raw_path = o.out_dir + "/out.nv12";
     if (nv12 && !raw.open(raw_path, err)) throw CommandError(kExitFailure, err);
 
@@ -113,6 +121,13 @@ void run(const RunOptions& o) {
     if (png && nv12) summary += " and ";
     if (nv12) summary += "out.nv12 (NV12 frames back to back)";
     summary += "\n";
+    if (!o.corrections_out.empty()) {
+        Corrections used;
+        sv_get_corrections(used.gain, used.tcurve);
+        if (!rig::write_text(o.corrections_out, corrections_json(used), err))
+            throw CommandError(kExitFailure, err);
+        summary += "wrote the corrections in use to " + o.corrections_out + "\n";
+    }
     if (o.report) {
         // The corrections in use and the camera images are the last frame's.
         summary += rig::format_seams(
@@ -136,5 +151,11 @@ void add_run_command(CLI::App& app) {
                     "image shown where no camera is composed: one of the output's size, or a "
                     "vehicle picture, scaled over the vehicle box");
     cmd->add_flag("--report", o->report, "measure the seam mismatch of the last frame");
+    cmd->add_option("--corrections-in", o->corrections_in,
+                    "start from the gains and tone curves of this JSON file (as written by "
+                    "--corrections-out)");
+    cmd->add_option("--corrections-out", o->corrections_out,
+                    "write the corrections in use after the last frame as JSON: per camera its "
+                    "gains, tone curves and RGB lookup tables");
     cmd->callback([o]() { run(*o); });
 }

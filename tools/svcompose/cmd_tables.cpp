@@ -139,7 +139,7 @@ void add_tables_command(CLI::App& app) {
                                             "setting.txt (created if missing)")
         ->required();
     add_size_option(cmd, "--out-size", &args->out_size,
-                    "output image size, even, at most 1280 wide (default 1280x800, or the rig "
+                    "output image size, even, 64 to 4096 per side (default 1280x800, or the rig "
                     "file's output size)");
     cmd->add_flag("--rear-view", args->rear_view,
                   "show an undistorted, mirrored rear-camera view beside the bird's-eye");

@@ -16,8 +16,8 @@
 
 namespace {
 
-// The library composes through a chroma cache of 1280 columns.
-constexpr int kMaxOutWidth = 1280;
+// The widest output sv_init accepts.
+constexpr int kMaxOutWidth = 4096;
 
 // The control file's scalar tags, read the way the library reads them: "#"
 // comments blanked, first occurrence anywhere, "Tag: %d". -1 when absent.

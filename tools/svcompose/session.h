@@ -28,7 +28,7 @@ struct LibraryFiles {
 class Library {
 public:
     // Checks what the library itself would not (output size even and at
-    // most 1280 wide, mesh tables within the room sv_init allocates), then
+    // most 4096 wide, mesh tables within the room sv_init allocates), then
     // loads the three files. Throws CommandError.
     Library(const LibraryFiles& files, cv::Size camera, cv::Size out);
     ~Library();
