@@ -348,6 +348,14 @@ GstFlowReturn sv_create_output_buffer(GstVideoAggregator* vagg, GstBuffer** outb
             *outbuf = nullptr;
             return gst_aggregator_pad_is_eos(GST_AGGREGATOR_PAD(cam)) ? GST_FLOW_EOS : GST_FLOW_OK;
         }
+    // Caps events are handled in this thread, after the buffers behind them
+    // were queued: a camera whose caps were refused still has frames
+    // waiting, and nothing to read them by.
+    for (GstVideoAggregatorPad* cam : self->cameras)
+        if (!cam->info.finfo || GST_VIDEO_INFO_FORMAT(&cam->info) == GST_VIDEO_FORMAT_UNKNOWN) {
+            *outbuf = nullptr;
+            return GST_FLOW_NOT_NEGOTIATED;
+        }
     return GST_VIDEO_AGGREGATOR_CLASS(gst_sv_compose_parent_class)->create_output_buffer(vagg, outbuf);
 }
 
