@@ -9,6 +9,10 @@ pkgs=(cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev
       dpkg-dev
       # the Python module and its test
       python3-dev pybind11-dev python3-numpy python3-pytest
+      # the GStreamer element and its tests; the tool's video input and output
+      libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-tools
+      gstreamer1.0-plugins-base gstreamer1.0-plugins-good
+      libavformat-dev libavcodec-dev libavutil-dev libswscale-dev
       # cross builds for aarch64 and armhf, tests under qemu-user
       # (GoogleTest compiled from the sources in package googletest)
       g++-aarch64-linux-gnu libc6-dev-arm64-cross

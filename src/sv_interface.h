@@ -4,7 +4,11 @@
    camera and output sizes, then sv_convert_image once per frame set (four
    packed YUYV frames back to back), and sv_deinit at the end. Everything
    before the C++ section has C linkage and compiles as C89, so a plain C
-   host can include this header. */
+   host can include this header.
+
+   Colour: the arithmetic is full-range BT.601 (Y and chroma 0..255, chroma
+   centred on 128). Convert limited-range (16..235) frames to full range
+   first, and tag the NV12 output as full range. */
 #ifndef SV_INTERFACE_H
 #define SV_INTERFACE_H
 

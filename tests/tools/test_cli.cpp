@@ -101,19 +101,36 @@ TEST_F(CliTest, RawAndVideoInputsComposeAlike) {
     EXPECT_NE(raw.out.find("3 frames, time per frame: median "), std::string::npos) << raw.out;
     EXPECT_EQ(fs::file_size(D() + "/raw/out.nv12"), 3u * 320 * 200 * 3 / 2);
     EXPECT_EQ(cv::imread(D() + "/raw/out_00002.png").size(), cv::Size(320, 200));
-    if (!rig::have_program("ffmpeg") || !rig::have_program("ffprobe")) GTEST_SKIP() << "no ffmpeg";
 
-    // One lossless video per camera: every fourth frame, retimed to a steady rate.
+    // The same frame sets through a pipe, raw NV12 out on stdout.
+    const Result pipe = Run("run" + Files() + " --in - --size 320x180 --video-out - <" + S() + "/frames.yuyv");
+    EXPECT_EQ(pipe.code, 0) << pipe.err;
+    EXPECT_TRUE(pipe.out == Slurp(D() + "/raw/out.nv12"));
+    EXPECT_NE(pipe.err.find("wrote stdout: raw NV12 on stdout, full range"), std::string::npos) << pipe.err;
+    const std::string raw_bytes = Slurp(S() + "/frames.yuyv");
+    std::ofstream(D() + "/short.yuyv", std::ios::binary) << raw_bytes.substr(0, raw_bytes.size() - 100);
+    const Result cut_pipe = Run("run" + Files() + " --in - --size 320x180 --video-out - <" + D() + "/short.yuyv");
+    EXPECT_EQ(cut_pipe.code, 1);
+    EXPECT_NE(cut_pipe.err.find("svcompose run: stdin ended inside a frame set: 460700 of 460800 bytes"),
+              std::string::npos) << cut_pipe.err;
+
+    // One lossless video per camera, tagged full range: every fourth frame,
+    // retimed to a steady rate.
     std::string videos;
     for (const char* k : {"0", "1", "2", "3"}) {
         const std::string mkv = D() + "/cam" + k + ".mkv";
-        ASSERT_EQ(std::system(("ffmpeg -v error -y -f rawvideo -pix_fmt yuyv422 -s 320x180 -i " + S() + "/frames.yuyv"
-                               " -vf 'select=not(mod(n-" + k + "\\,4)),setpts=N/25/TB' -c:v ffv1 " + mkv).c_str()), 0);
+        if (std::system(("ffmpeg -v error -y -f rawvideo -pix_fmt yuyv422 -s 320x180 -i " + S() + "/frames.yuyv"
+                         " -vf 'select=not(mod(n-" + k + "\\,4)),setpts=N/25/TB' -c:v ffv1 -color_range pc " +
+                         mkv).c_str()) != 0)
+            GTEST_SKIP() << "no ffmpeg program to make the test videos";
         videos += " " + mkv;
     }
-    const Result vid = Run("run" + Files() + " --in" + videos + " --out " + D() + "/vid --format nv12");
+    const Result vid = Run("run" + Files() + " --in" + videos + " --out " + D() + "/vid --format nv12 --video-out " +
+                           D() + "/vid/out.mp4");
     ASSERT_EQ(vid.code, 0) << vid.err;
     EXPECT_TRUE(Slurp(D() + "/vid/out.nv12") == Slurp(D() + "/raw/out.nv12"));  // no megabyte dump
+    EXPECT_NE(vid.err.find("svcompose run: camera videos: full range (as tagged)"), std::string::npos) << vid.err;
+    EXPECT_NE(vid.out.find(" H.264 (libx264) in mp4, full range"), std::string::npos) << vid.out;
 
     // A cut video ends the run early, with a word on where.
     const std::string mkv = Slurp(D() + "/cam0.mkv");
@@ -123,6 +140,47 @@ TEST_F(CliTest, RawAndVideoInputsComposeAlike) {
     EXPECT_EQ(cut.code, 0) << cut.err;
     EXPECT_NE(cut.err.find("svcompose run: warning: camera front (" + D() + "/cut.mkv) ended after "),
               std::string::npos) << cut.err;
+}
+
+// Limited-range videos of four camera images compose like the images
+// themselves, not washed out.
+TEST_F(CliTest, LimitedRangeVideoMatchesItsImages) {
+    std::string images, videos;
+    for (const char* cam : {"front", "rear", "left", "right"}) {
+        const std::string png = S() + "/preview_" + cam + ".png", mkv = D() + "/tv_" + cam + ".mkv";
+        if (std::system(("ffmpeg -v error -y -i " + png + " -vf scale=out_color_matrix=bt601:out_range=tv "
+                         "-pix_fmt yuv422p -color_range tv -c:v ffv1 " + mkv).c_str()) != 0)
+            GTEST_SKIP() << "no ffmpeg program to make the test videos";
+        images += " " + png;
+        videos += " " + mkv;
+    }
+    auto luma = [](const std::string& dir) {
+        const std::string nv12 = Slurp(dir + "/out.nv12");
+        std::vector<int> y(nv12.begin(), nv12.begin() + 320 * 200);
+        for (int& v : y) v &= 255;
+        return y;
+    };
+    const std::string common = "run" + Files() + " --format nv12 --in";
+    ASSERT_EQ(Run(common + images + " --out " + D() + "/tv_img").code, 0);
+    const Result vid = Run(common + videos + " --out " + D() + "/tv_vid");
+    ASSERT_EQ(vid.code, 0) << vid.err;
+    EXPECT_NE(vid.err.find("svcompose run: camera videos: limited range (as tagged), converted to full range"),
+              std::string::npos) << vid.err;
+    ASSERT_EQ(Run(common + videos + " --out " + D() + "/tv_raw --input-range full").code, 0);
+    const std::vector<int> img = luma(D() + "/tv_img"), conv = luma(D() + "/tv_vid"), raw = luma(D() + "/tv_raw");
+    // Over the composed pixels only: the black outside is the same in all three.
+    auto p1 = [&img](const std::vector<int>& all) {
+        std::vector<int> v;
+        for (size_t i = 0; i < all.size(); ++i)
+            if (img[i] > 0) v.push_back(all[i]);
+        std::nth_element(v.begin(), v.begin() + v.size() / 100, v.end());
+        return v[v.size() / 100];
+    };
+    double diff = 0;
+    for (size_t i = 0; i < img.size(); ++i) diff += std::abs(img[i] - conv[i]);
+    EXPECT_LT(diff / img.size(), 1.5);
+    EXPECT_NEAR(p1(conv), p1(img), 2);
+    EXPECT_GT(p1(raw), p1(img) + 8);  // left limited, the dark end is washed out
 }
 
 TEST_F(CliTest, ParkingLotFramesWithReport) {
@@ -222,7 +280,6 @@ protected:
 
 TEST_P(CliBadInput, FailsWithItsMessageAndCode) {
     const std::string args = Expand(GetParam().args);
-    if (args.find(".mp4") != std::string::npos && !rig::have_program("ffprobe")) GTEST_SKIP() << "no ffmpeg";
     const Result r = Run(args, GetParam().shell);
     EXPECT_EQ(r.code, GetParam().code) << r.err;
     EXPECT_NE(r.err.find(Expand(GetParam().message)), std::string::npos) << r.err;
@@ -277,6 +334,11 @@ const BadInput kBadInputs[] = {
     // Failures part-way: nothing of what the command made stays.
     {"RunUnderFileLimit", kRaw + "--size 320x180 --format both --out {D}/lim", 1,
      "svcompose run: cannot write {D}/lim/out.nv12: File too large", "{D}/lim", "ulimit -f 100; "},
+    {"NoOutput", kRaw + "--size 320x180", 2, "svcompose run: run needs --out DIR, --video-out FILE or both"},
+    {"UnknownVideoFormat", kRaw + "--size 320x180 --video-out {D}/x/out.nosuch" + kOut, 1,
+     "svcompose run: cannot write {D}/x/out.nosuch: unknown video format (name it .mp4 or .mkv)"},
+    {"VideoUnderFileLimit", kRaw + "--size 320x180 --video-out {D}/vlim/out.mkv", 1,
+     "svcompose run: cannot write {D}/vlim/out.mkv: File too large", "{D}/vlim", "ulimit -f 8; "},
     {"SynthUnderFileLimit", "synth --rig " + kSedan + " --out {D}/slim/deep --size 320x180", 1,
      "svcompose synth: cannot write {D}/slim/deep/frames.yuyv: File too large", "{D}/slim", "ulimit -f 1500; "},
     {"DemoOutputTooSmall", "demo --out {D}/dm --size 320x180 --out-size 64x40", 1,

@@ -2,6 +2,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <tuple>
@@ -13,6 +16,7 @@
 #include "img_fmt_trans.h"
 #include "rig/frames.h"
 #include "rig/progress.h"
+#include "rig/video.h"
 
 namespace {
 
@@ -73,25 +77,77 @@ TEST(Frames, ParseSize) {
         EXPECT_FALSE(rig::parse_size(bad, s)) << bad;
 }
 
-// A rotation tag must not turn the decoded frames: ffprobe reports the stored size.
+// A rotation tag must not turn the decoded frames, and the range comes as
+// tagged.
 TEST(Frames, VideoDecodesFramesAsStored) {
-    if (!rig::have_program("ffmpeg") || !rig::have_program("ffprobe")) GTEST_SKIP() << "no ffmpeg";
-    const std::string path[2] = {ScratchPath("plain.mp4"), ScratchPath("turned.mp4")};
-    ASSERT_EQ(std::system(("ffmpeg -v error -y -f lavfi -i testsrc=size=64x32:rate=5 -frames:v 1 -c:v mpeg4 " +
-                           path[0] + " && ffmpeg -v error -y -i " + path[0] +
-                           " -c copy -metadata:s:v:0 rotate=90 " + path[1]).c_str()), 0);
+    const std::string path[2] = {ScratchPath("plain.mkv"), ScratchPath("turned.mp4")};
+    if (std::system(("ffmpeg -v error -y -f lavfi -i testsrc=size=64x32:rate=5 -frames:v 1 -c:v ffv1 "
+                     "-pix_fmt yuv422p -color_range tv " + path[0] + " && ffmpeg -v error -y -i " + path[0] +
+                     " -c:v mpeg4 -metadata:s:v:0 rotate=90 " + path[1]).c_str()) != 0)
+        GTEST_SKIP() << "no ffmpeg program to make the test videos";
     std::vector<uint8_t> frame[2];
     for (int k = 0; k < 2; ++k) {
-        cv::Size size;
+        rig::VideoReader v;
         std::string err;
-        ASSERT_TRUE(rig::probe_video_size(path[k], size, err)) << err;
-        ASSERT_EQ(size, cv::Size(64, 32));
-        rig::VideoDecoder v;
+        ASSERT_TRUE(v.open(path[k], err)) << err;
+        ASSERT_EQ(v.size(), cv::Size(64, 32));
         frame[k].resize(rig::yuyv_bytes(64, 32));
-        ASSERT_TRUE(v.open(path[k], size, -1, err) && v.read(frame[k].data())) << err;
+        ASSERT_TRUE(v.read(frame[k].data())) << v.complaint();
+        EXPECT_EQ(v.range(), k == 0 ? rig::VideoRange::kLimited : rig::VideoRange::kUnspecified);
+        EXPECT_FALSE(v.read(frame[k].data()));
+        EXPECT_EQ(v.frames_read(), 1);
         std::remove(path[k].c_str());
     }
-    EXPECT_TRUE(frame[0] == frame[1]);
+    // Lossless against lossy: the same picture, not the same bytes.
+    double diff = 0;
+    for (size_t i = 0; i < frame[0].size(); i += 2) diff += std::abs(frame[0][i] - frame[1][i]);
+    EXPECT_LT(diff / (64 * 32), 3);
+}
+
+TEST(Frames, LimitedToFullRange) {
+    // (Y - 16) * 255 / 219 and (C - 128) * 255 / 224 + 128, halves away from the middle.
+    for (int v = 0; v < 256; ++v) {
+        const double y = (v - 16) * 255.0 / 219, c = (v - 128) * 255.0 / 224;
+        const long ry = std::lround(y), rc = std::lround(c) + 128;  // lround: halves away from zero
+        EXPECT_EQ(rig::limited_to_full_luma(uint8_t(v)), std::clamp(ry, 0L, 255L)) << v;
+        EXPECT_EQ(rig::limited_to_full_chroma(uint8_t(v)), std::clamp(rc, 0L, 255L)) << v;
+    }
+    uint8_t yuyv[8] = {16, 16, 235, 240, 126, 128, 0, 255};
+    rig::limited_to_full_yuyv(yuyv, sizeof yuyv);
+    EXPECT_EQ(std::vector<int>(yuyv, yuyv + 8), (std::vector<int>{0, 0, 255, 255, 128, 128, 0, 255}));
+}
+
+TEST(Frames, VideoReaderNamesWhatIsWrong) {
+    const std::string junk = ScratchPath("junk.mkv");
+    std::ofstream(junk) << "not a video";
+    rig::VideoReader v;
+    std::string err;
+    EXPECT_FALSE(v.open(junk, err));
+    EXPECT_EQ(err, "cannot read video " + junk + ": Invalid data found when processing input");
+    EXPECT_FALSE(v.open(junk + "-none", err));
+    EXPECT_EQ(err, "cannot read video " + junk + "-none: No such file or directory");
+    std::remove(junk.c_str());
+}
+
+// Only a complete file appears; a failed write leaves nothing behind.
+TEST(Frames, VideoWriterTagsFullRange) {
+    const std::string path = ScratchPath("out.mkv");
+    rig::VideoWriter w;
+    std::string err;
+    ASSERT_TRUE(w.open(path, cv::Size(64, 48), 25, err)) << err;
+    std::vector<uint8_t> nv12(rig::nv12_bytes(64, 48), 128);
+    for (int i = 0; i < 3; ++i) ASSERT_TRUE(w.write(nv12.data(), err)) << err;
+    EXPECT_FALSE(fs::exists(path));
+    ASSERT_TRUE(w.close(err)) << err;
+    rig::VideoReader r;
+    ASSERT_TRUE(r.open(path, err)) << err;
+    std::vector<uint8_t> yuyv(rig::yuyv_bytes(64, 48));
+    ASSERT_TRUE(r.read(yuyv.data()));
+    EXPECT_EQ(r.range(), rig::VideoRange::kFull);
+    std::remove(path.c_str());
+    rig::VideoWriter bad;
+    EXPECT_FALSE(bad.open(ScratchPath("out.nosuchformat"), cv::Size(64, 48), 25, err));
+    EXPECT_EQ(err, "cannot write " + ScratchPath("out.nosuchformat") + ": unknown video format (name it .mp4 or .mkv)");
 }
 
 TEST(Frames, TimesUseNearestRank) {

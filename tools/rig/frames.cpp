@@ -1,11 +1,7 @@
 #include "rig/frames.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <charconv>
 #include <climits>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -18,47 +14,6 @@
 #include "pipe/data_processing.h"
 
 namespace rig {
-
-namespace {
-
-// Quotes a path for /bin/sh.
-std::string sh_quote(const std::string& s) {
-    std::string q = "'";
-    for (char c : s) {
-        if (c == '\'')
-            q += "'\\''";
-        else
-            q += c;
-    }
-    return q + "'";
-}
-
-// A fresh temporary file for a child's stderr; empty on failure.
-std::string temp_log_path() {
-    std::string tmpl =
-        (std::filesystem::temp_directory_path() / "svcompose-XXXXXX").string();
-    int fd = mkstemp(tmpl.data());
-    if (fd < 0) return "";
-    close(fd);
-    return tmpl;
-}
-
-// First line of a child's stderr log, then removes the log.
-std::string take_first_line(const std::string& log) {
-    if (log.empty()) return "";
-    std::ifstream in(log);
-    std::string line;
-    std::getline(in, line);
-    in.close();
-    std::remove(log.c_str());
-    return line;
-}
-
-std::string with_reason(const std::string& what, const std::string& reason) {
-    return reason.empty() ? what : what + ": " + reason;
-}
-
-}  // namespace
 
 void bgr_to_yuyv(const cv::Mat& bgr, uint8_t* dst) {
     CV_Assert(bgr.type() == CV_8UC3 && bgr.cols % 2 == 0);
@@ -132,9 +87,10 @@ cv::Mat nv12_to_bgr(const uint8_t* src, int w, int h) {
 
 bool check_file(const std::string& path, std::string& err) {
     std::error_code ec;
-    if (std::filesystem::is_regular_file(path, ec)) return true;
+    const auto st = std::filesystem::status(path, ec);
+    if (std::filesystem::exists(st) && !std::filesystem::is_directory(st)) return true;
     err = "cannot read " + path +
-          (std::filesystem::is_directory(path, ec) ? ": is a directory" : ": no such file");
+          (std::filesystem::is_directory(st) ? ": is a directory" : ": no such file");
     return false;
 }
 
@@ -155,20 +111,27 @@ bool parse_size(const std::string& text, cv::Size& size) {
 }
 
 RawFrameSetReader::~RawFrameSetReader() {
-    if (file_) std::fclose(file_);
+    if (file_ && file_ != stdin) std::fclose(file_);
 }
 
 bool RawFrameSetReader::open(const std::string& path, int w, int h,
                              std::string& err) {
+    bytes_ = frame_set_bytes(w, h);
+    name_ = path == "-" ? "stdin" : path;
+    if (path == "-") {
+        file_ = stdin;
+        frames_ = -1;
+        return true;
+    }
     if (!check_file(path, err)) return false;
     std::error_code ec;
-    const auto size = std::filesystem::file_size(path, ec);
-    bytes_ = frame_set_bytes(w, h);
-    if (size == 0) {
+    const bool stream = !std::filesystem::is_regular_file(path, ec);
+    const auto size = stream ? 0 : std::filesystem::file_size(path, ec);
+    if (!stream && size == 0) {
         err = path + " is empty";
         return false;
     }
-    if (size % bytes_ != 0) {
+    if (!stream && size % bytes_ != 0) {
         err = path + " is truncated: " + std::to_string(size) + " bytes is not a whole number of " +
               size_text({w, h}) + " frame sets (" + std::to_string(bytes_) + " bytes each)";
         return false;
@@ -178,101 +141,21 @@ bool RawFrameSetReader::open(const std::string& path, int w, int h,
         err = "cannot read " + path;
         return false;
     }
-    frames_ = long(size / bytes_);
+    frames_ = stream ? -1 : long(size / bytes_);
     return true;
 }
 
 bool RawFrameSetReader::read(uint8_t* dst) {
-    return file_ && std::fread(dst, 1, bytes_, file_) == bytes_;
+    if (!file_) return false;
+    const size_t got = std::fread(dst, 1, bytes_, file_);
+    if (got != bytes_ && got > 0) partial_ = got;
+    return got == bytes_;
 }
 
-bool have_program(const char* name) {
-    const char* path = std::getenv("PATH");
-    if (!path) return false;
-    std::string dirs = path;
-    size_t start = 0;
-    while (start <= dirs.size()) {
-        size_t end = dirs.find(':', start);
-        if (end == std::string::npos) end = dirs.size();
-        std::string dir = dirs.substr(start, end - start);
-        if (dir.empty()) dir = ".";
-        const std::string file = dir + "/" + name;
-        struct stat st;
-        if (stat(file.c_str(), &st) == 0 && S_ISREG(st.st_mode) &&
-            access(file.c_str(), X_OK) == 0)
-            return true;
-        start = end + 1;
-    }
-    return false;
-}
-
-bool probe_video_size(const std::string& path, cv::Size& size,
-                      std::string& err) {
-    const std::string log = temp_log_path();
-    const std::string cmd =
-        "ffprobe -v error -select_streams v:0 -show_entries stream=width,height "
-        "-of csv=p=0 " + sh_quote(path) + " 2>" + (log.empty() ? "/dev/null" : sh_quote(log));
-    FILE* p = popen(cmd.c_str(), "r");
-    int w = 0, h = 0;
-    const bool parsed = p && std::fscanf(p, "%d,%d", &w, &h) == 2 && w > 0 && h > 0;
-    if (p) pclose(p);
-    const std::string reason = take_first_line(log);
-    if (!parsed) {
-        err = with_reason("cannot read video " + path,
-                          reason.empty() ? "no video stream" : reason);
-        return false;
-    }
-    size = cv::Size(w, h);
-    return true;
-}
-
-VideoDecoder::~VideoDecoder() {
-    std::string ignored;
-    close(ignored);
-}
-
-bool VideoDecoder::open(const std::string& path, cv::Size size,
-                        long max_frames, std::string& err) {
-    path_ = path;
-    bytes_ = yuyv_bytes(size.width, size.height);
-    log_ = temp_log_path();
-    // Frames as stored, the size ffprobe reports: a rotation tag must not
-    // turn them.
-    std::string cmd = "ffmpeg -nostdin -v error -noautorotate -i " + sh_quote(path);
-    // Stopping ffmpeg by closing its pipe makes it complain; let it stop
-    // by itself when fewer frames are wanted.
-    if (max_frames >= 0) cmd += " -frames:v " + std::to_string(max_frames);
-    // One output frame per decoded frame: timestamp gaps in camera footage
-    // must not be padded with repeated frames, or the four streams drift
-    // apart.
-    cmd += " -fps_mode passthrough -f rawvideo -pix_fmt yuyv422 - 2>";
-    cmd += log_.empty() ? "/dev/null" : sh_quote(log_);
-    pipe_ = popen(cmd.c_str(), "r");
-    if (!pipe_) err = "cannot start ffmpeg for " + path;
-    return pipe_ != nullptr;
-}
-
-bool VideoDecoder::read(uint8_t* dst) {
-    if (!pipe_ || std::fread(dst, 1, bytes_, pipe_) != bytes_) return false;
-    ++frames_;
-    return true;
-}
-
-bool VideoDecoder::close(std::string& err) {
-    if (!pipe_) {
-        if (!log_.empty()) std::remove(log_.c_str());
-        log_.clear();
-        return true;
-    }
-    pclose(pipe_);
-    pipe_ = nullptr;
-    const std::string reason = take_first_line(log_);
-    log_.clear();
-    complaint_ = reason;
-    if (frames_ > 0) return true;
-    err = with_reason("cannot decode video " + path_,
-                      reason.empty() ? "no frames" : reason);
-    return false;
+std::string RawFrameSetReader::ending() const {
+    if (!partial_) return "";
+    return name_ + " ended inside a frame set: " + std::to_string(partial_) + " of " +
+           std::to_string(bytes_) + " bytes";
 }
 
 bool write_png(const std::string& path, const cv::Mat& bgr, std::string& err) {

@@ -1,6 +1,6 @@
 // Camera and output frames between OpenCV images and the library's layouts:
-// packed YUYV frame sets in, NV12 out, raw frame-set files, video decoding
-// through an external ffmpeg, and PNG writing.
+// packed YUYV frame sets in, NV12 out, raw frame-set files and PNG writing
+// (video files: rig/video.h).
 #ifndef SVRIG_FRAMES_H
 #define SVRIG_FRAMES_H
 
@@ -33,7 +33,8 @@ void bgr_to_nv12(const cv::Mat& bgr, uint8_t* dst);
 cv::Mat nv12_to_bgr(const uint8_t* src, int w, int h);
 
 // False, with "cannot read PATH: no such file" (or ": is a directory") in
-// err, unless path names a regular file.
+// err, unless path names something to read from: a regular file, or a
+// FIFO or device that streams.
 bool check_file(const std::string& path, std::string& err);
 
 // "1280x720"
@@ -43,7 +44,8 @@ std::string size_text(cv::Size size);
 // beyond int.
 bool parse_size(const std::string& text, cv::Size& size);
 
-// A file of YUYV frame sets back to back, as sv_convert_image takes them.
+// A file of YUYV frame sets back to back, as sv_convert_image takes them;
+// "-" reads them from stdin, and a FIFO is read as the stream it is.
 class RawFrameSetReader {
 public:
     RawFrameSetReader() = default;
@@ -52,15 +54,21 @@ public:
     RawFrameSetReader& operator=(const RawFrameSetReader&) = delete;
 
     // Fails on an unreadable, empty or truncated file (size not a whole
-    // number of frame sets), with the reason in err.
+    // number of frame sets), with the reason in err. A stream is checked
+    // as it is read (see ending()).
     bool open(const std::string& path, int w, int h, std::string& err);
+    // Frame sets in the file; -1 for a stream.
     long frames() const { return frames_; }
     // Reads the next frame set into dst (frame_set_bytes); false at the end.
     bool read(uint8_t* dst);
+    // After the end of a stream: empty when it ended between two frame
+    // sets, else how much of the last one came.
+    std::string ending() const;
 
 private:
     FILE* file_ = nullptr;
-    size_t bytes_ = 0;
+    std::string name_;
+    size_t bytes_ = 0, partial_ = 0;
     long frames_ = 0;
 };
 
@@ -81,44 +89,6 @@ public:
 private:
     OutputFile file_;
     bool opened_ = false;
-};
-
-// True when the named program is an executable on PATH.
-bool have_program(const char* name);
-
-// Frame size of the first video stream, via ffprobe.
-bool probe_video_size(const std::string& path, cv::Size& size,
-                      std::string& err);
-
-// One video decoded to packed YUYV by an ffmpeg child process.
-class VideoDecoder {
-public:
-    VideoDecoder() = default;
-    ~VideoDecoder();
-    VideoDecoder(const VideoDecoder&) = delete;
-    VideoDecoder& operator=(const VideoDecoder&) = delete;
-
-    // max_frames < 0: the whole video.
-    bool open(const std::string& path, cv::Size size, long max_frames,
-              std::string& err);
-    // Reads the next frame (yuyv_bytes) into dst; false at the end.
-    bool read(uint8_t* dst);
-    // Waits for ffmpeg. Fails with its first error line when it failed and
-    // delivered no frame at all.
-    bool close(std::string& err);
-    long frames_read() const { return frames_; }
-    const std::string& path() const { return path_; }
-    // After close(): ffmpeg's first error line, empty when it had none
-    // (e.g. a truncated file that still delivered frames).
-    const std::string& complaint() const { return complaint_; }
-
-private:
-    FILE* pipe_ = nullptr;
-    std::string path_;
-    std::string log_;
-    std::string complaint_;
-    size_t bytes_ = 0;
-    long frames_ = 0;
 };
 
 // Writes an 8-bit BGR image as PNG, creating nothing but the file (through

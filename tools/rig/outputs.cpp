@@ -137,6 +137,15 @@ bool OutputFile::write(const void* data, size_t bytes, std::string& err) {
     return false;
 }
 
+long long OutputFile::seek(long long offset, int whence, std::string& err) {
+    if (file_ && fseeko(file_, off_t(offset), whence) == 0) {
+        const off_t at = ftello(file_);
+        if (at >= 0) return at;
+    }
+    err = "cannot write " + path_ + (file_ ? ": " + reason() : "");
+    return -1;
+}
+
 bool OutputFile::commit(std::string& err) {
     if (!file_) {
         err = "cannot write " + path_;

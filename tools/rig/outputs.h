@@ -25,6 +25,9 @@ public:
 
     bool open(const std::string& path, std::string& err);
     bool write(const void* data, size_t bytes, std::string& err);
+    // fseeko for writers that go back to fill in a header (video
+    // containers); the new position, or -1 with the reason in err.
+    long long seek(long long offset, int whence, std::string& err);
     // Flushes, closes and renames; false (temporary removed) when any
     // write failed.
     bool commit(std::string& err);

@@ -10,6 +10,7 @@
 #include "corrections.h"
 #include "rig/frames.h"
 #include "rig/progress.h"
+#include "rig/video.h"
 #include "session.h"
 #include "sv_interface.h"
 #include "synthetic.h"
@@ -40,6 +41,7 @@ cv::Rect vehicle_box(const cv::Mat& covered) {
 struct RunOptions {
     InputOptions input;
     std::string out_dir;
+    std::string video_out;
     std::string format = "png";
     std::string background;
     bool report = false;
@@ -78,6 +80,8 @@ std::vector<uint8_t> background_nv12(const std::string& path, cv::Size out,
 }
 
 void run(const RunOptions& o) {
+    if (o.out_dir.empty() && o.video_out.empty())
+        throw CommandError(kExitUsage, "run needs --out DIR, --video-out FILE or both");
     std::string err;
     Corrections start;
     if (!o.corrections_in.empty() && !read_corrections(o.corrections_in, start, err))
@@ -92,13 +96,20 @@ void run(const RunOptions& o) {
         probe = std::make_unique<rig::SeamProbe>(s.library->seam_probe());
     const std::vector<uint8_t> background =
         background_nv12(o.background, s.out, probe ? probe->covered() : cv::Mat());
-    make_folder(o.out_dir);
+    if (!o.out_dir.empty()) make_folder(o.out_dir);
 
-    const bool png = o.format != "nv12", nv12 = o.format != "png";
+    const bool png = !o.out_dir.empty() && o.format != "nv12";
+    const bool nv12 = !o.out_dir.empty() && o.format != "png";
     const bool single = s.source->frames() == 1;
     rig::RawWriter raw;
     const std::string raw_path = o.out_dir + "/out.nv12";
     if (nv12 && !raw.open(raw_path, err)) throw CommandError(kExitFailure, err);
+    rig::VideoWriter video;
+    const std::filesystem::path video_dir = std::filesystem::path(o.video_out).parent_path();
+    if (o.video_out != "-" && !video_dir.empty()) make_folder(video_dir.string());
+    if (!o.video_out.empty() &&
+        !video.open(o.video_out, s.out, s.source->fps() > 0 ? s.source->fps() : 25, err))
+        throw CommandError(kExitFailure, err);
 
     const auto times = run_frames(
         s, "run",
@@ -106,6 +117,7 @@ void run(const RunOptions& o) {
         [&](long index, const uint8_t* out) {
             if (nv12 && !raw.write(out, background.size(), err))
                 throw CommandError(kExitFailure, err);
+            if (!o.video_out.empty() && !video.write(out, err)) throw CommandError(kExitFailure, err);
             if (!png) return;
             char name[32];
             std::snprintf(name, sizeof name, single ? "out.png" : "out_%05ld.png", index);
@@ -114,13 +126,19 @@ void run(const RunOptions& o) {
                 throw CommandError(kExitFailure, err);
         });
     if (!raw.close(err)) throw CommandError(kExitFailure, err);
+    if (!o.video_out.empty() && !video.close(err)) throw CommandError(kExitFailure, err);
 
     std::string summary = rig::format_times(rig::summarize_times(times)) + "\n";
-    summary += "wrote " + o.out_dir + "/";
-    if (png) summary += single ? "out.png" : "out_00000.png ...";
-    if (png && nv12) summary += " and ";
-    if (nv12) summary += "out.nv12 (NV12 frames back to back)";
-    summary += "\n";
+    if (png || nv12) {
+        summary += "wrote " + o.out_dir + "/";
+        if (png) summary += single ? "out.png" : "out_00000.png ...";
+        if (png && nv12) summary += " and ";
+        if (nv12) summary += "out.nv12 (NV12 frames back to back)";
+        summary += "\n";
+    }
+    if (!o.video_out.empty())
+        summary += "wrote " + (o.video_out == "-" ? std::string("stdout") : o.video_out) + ": " +
+                   video.description() + ", full range\n";
     if (!o.corrections_out.empty()) {
         Corrections used;
         sv_get_corrections(used.gain, used.tcurve);
@@ -132,7 +150,7 @@ void run(const RunOptions& o) {
         // The corrections in use and the camera images are the last frame's.
         summary += rig::format_seams(
             {{"last frame", probe->measure(s.library->camera_images(), gain_cur, tcurve_cur)}});
-        if (!rig::write_text(o.out_dir + "/report.txt", summary, err))
+        if (!o.out_dir.empty() && !rig::write_text(o.out_dir + "/report.txt", summary, err))
             throw CommandError(kExitFailure, err);
     }
     std::fputs(summary.c_str(), stdout);
@@ -144,7 +162,12 @@ void add_run_command(CLI::App& app) {
     auto o = std::make_shared<RunOptions>();  // bound options live with the callback
     auto* cmd = app.add_subcommand("run", "compose camera images, videos or raw frame sets");
     add_input_options(cmd, o->input);
-    cmd->add_option("--out", o->out_dir, "output folder")->required();
+    cmd->add_option("--out", o->out_dir, "output folder (PNG or NV12 files, report.txt)");
+    cmd->add_option("--video-out", o->video_out,
+                    "composed frames as a video: H.264 in .mp4 or .mkv (FFV1, lossless, where no "
+                    "H.264 encoder is available), tagged full range; - writes raw NV12 frames to "
+                    "stdout")
+        ->type_name("FILE");
     cmd->add_option("--format", o->format, "png (one file per frame), nv12 (one raw file), both")
         ->check(CLI::IsMember({"png", "nv12", "both"}))->capture_default_str();
     cmd->add_option("--background", o->background,

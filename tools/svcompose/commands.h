@@ -24,6 +24,9 @@ private:
 
 // "svcompose <cmd>: warning: <message>" on stderr; the run goes on.
 void warn(const std::string& message);
+// "svcompose <cmd>: <message>" on stderr: what the command took its input
+// to be.
+void note(const std::string& message);
 
 void add_tables_command(CLI::App& app);
 void add_demo_command(CLI::App& app);

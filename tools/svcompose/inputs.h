@@ -1,5 +1,6 @@
 // Camera input of run and seams: four camera images, four camera videos
-// (decoded by ffmpeg), or one raw file of YUYV frame sets.
+// (decoded in process), or one raw file or stream of YUYV frame sets. What
+// comes out is full range, as the library computes.
 #ifndef SVCOMPOSE_INPUTS_H
 #define SVCOMPOSE_INPUTS_H
 
@@ -14,8 +15,10 @@ class FrameSource {
 public:
     virtual ~FrameSource() = default;
     cv::Size size() const { return size_; }
-    // Frame sets to come, or -1 when not known ahead (videos).
+    // Frame sets to come, or -1 when not known ahead (videos, streams).
     long frames() const { return frames_; }
+    // Frames per second the input declares; 0 when it declares none.
+    double fps() const { return fps_; }
     // Fills the next frame set (four YUYV frames back to back); false at
     // the end.
     virtual bool next(uint8_t* frame_set) = 0;
@@ -25,13 +28,22 @@ public:
 protected:
     cv::Size size_;
     long frames_ = -1;
+    double fps_ = 0;
 };
 
+// --input-range: what the input's YUV levels are. auto: as a video is
+// tagged (untagged: limited), full for raw frame sets.
+enum class InputRange { kAuto, kFull, kLimited };
+InputRange parse_input_range(const std::string& text);
+
 // in: four files in camera order (front, rear, left, right), images or
-// videos, or one raw frame-set file. size: the camera size (--size), empty
-// when not given; it is required for a raw file and checked against images
-// and videos. max_frames < 0: all. Throws CommandError.
+// videos, or one raw frame-set file ("-": stdin). size: the camera size
+// (--size), empty when not given; it is required for raw frame sets and
+// checked against images and videos. max_frames < 0: all. Limited-range
+// input is converted to full range, and the range a video was taken to
+// have is said on stderr. Throws CommandError.
 std::unique_ptr<FrameSource> open_inputs(const std::vector<std::string>& in,
-                                         cv::Size size, long max_frames);
+                                         cv::Size size, long max_frames,
+                                         InputRange range = InputRange::kAuto);
 
 #endif

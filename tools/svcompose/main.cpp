@@ -21,6 +21,10 @@ void warn(const std::string& message) {
     std::fprintf(stderr, "%s: warning: %s\n", prefix(*g_app).c_str(), message.c_str());
 }
 
+void note(const std::string& message) {
+    std::fprintf(stderr, "%s: %s\n", prefix(*g_app).c_str(), message.c_str());
+}
+
 namespace {
 
 int run(int argc, char** argv);

@@ -158,7 +158,7 @@ void add_input_options(CLI::App* cmd, InputOptions& o) {
     cmd->add_option("--setting", o.files.setting, "setting file")->required();
     cmd->add_option("--in", o.in,
                     "four camera files in the order front, rear, left, right (images or "
-                    "videos), or one raw file of YUYV frame sets")
+                    "videos), or one raw file of YUYV frame sets (- for stdin)")
         ->required();
     cmd->add_option("--size", o.size, "camera frame size WxH (needed for a raw file)")
         ->type_name("WxH");
@@ -167,6 +167,12 @@ void add_input_options(CLI::App* cmd, InputOptions& o) {
         ->type_name("WxH");
     cmd->add_option("--frames", o.frames, "stop after this many frame sets")
         ->check(whole(1, std::numeric_limits<long>::max()));
+    cmd->add_option("--input-range", o.input_range,
+                    "YUV levels of videos and raw frame sets: limited ones are converted to the "
+                    "full range the library computes in; auto takes a video's tag (untagged: "
+                    "limited) and raw frame sets as full")
+        ->check(CLI::IsMember({"auto", "full", "limited"}))
+        ->capture_default_str();
 }
 
 Session open_session(const InputOptions& o) {
@@ -174,7 +180,7 @@ Session open_session(const InputOptions& o) {
     const cv::Size camera = o.size.empty() ? cv::Size() : size_option(o.size, "--size");
     s.out = o.out_size.empty() ? ctrl_out_size(o.files.ctrl)
                                : size_option(o.out_size, "--out-size");
-    s.source = open_inputs(o.in, camera, o.frames);
+    s.source = open_inputs(o.in, camera, o.frames, parse_input_range(o.input_range));
     s.library = std::make_unique<Library>(o.files, s.source->size(), s.out);
     return s;
 }

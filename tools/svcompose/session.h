@@ -52,12 +52,13 @@ private:
 cv::Size ctrl_out_size(const std::string& ctrl);
 
 // Options of run and seams: --ctrl --stat --setting --in --size --out-size
-// --frames.
+// --frames --input-range.
 struct InputOptions {
     LibraryFiles files;
     std::vector<std::string> in;
     std::string size, out_size;
     long frames = -1;
+    std::string input_range = "auto";
 };
 void add_input_options(CLI::App* cmd, InputOptions& o);
 
