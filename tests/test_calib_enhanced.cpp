@@ -172,27 +172,64 @@ TEST(FitEnhancedFit, MatchesTheCamerasAndKeepsThePicture)
 // A still scene with sensor noise: every frame fits slightly different
 // values. The enhanced fit's corrections in use settle and stop moving,
 // where the standard fit, even smoothed with Spd=4, keeps stepping.
-TEST(FitEnhancedCycle, StillSceneSettles)
+// A smooth scene that the four cameras see through their own gains, as one
+// frame set; the tables that go with it are written to tables.
+constexpr int kW = 160, kH = 192;
+const double kCamGain[4] = {1.08, 0.85, 1.15, 0.93};
+
+std::vector<unsigned char> StillScene(const std::string& tables)
 {
-    constexpr int W = 160, H = 192;
     const int off[4][2] = {{256, 192}, {296, 164}, {236, 216}, {276, 176}};
-    const double camGain[4] = {1.08, 0.85, 1.15, 0.93};
-    const std::string tables = Path("cycle_tables");
     WriteTable(tables, QuadMesh(off));
-    std::vector<unsigned char> clean(8 * W * H);
+    std::vector<unsigned char> frames(8 * kW * kH);
     for (int c = 0; c < 4; ++c)
-        Nv12(W, H, [&](int x, int y) {
+        Nv12(kW, kH, [&](int x, int y) {
             const double X = x - off[c][0] / 16.0, Y = y - off[c][1] / 16.0;
             const double s[3] = {115 + 60 * std::sin(X / 19 + Y / 29), 115 + 55 * std::cos(X / 23 - Y / 17),
                                  110 + 45 * std::sin((X + 2 * Y) / 27)};
             Rgb v;
-            for (int ch = 0; ch < 3; ++ch) v[ch] = std::min(255, (int)(camGain[c] * s[ch]));
+            for (int ch = 0; ch < 3; ++ch) v[ch] = std::min(255, (int)(kCamGain[c] * s[ch]));
             return v;
-        }, &clean[c * 2 * W * H]);
+        }, &frames[c * 2 * kW * kH]);
+    return frames;
+}
+
+// The sample range and the consistency test would leave nothing here (every
+// pair has a channel above 60 and no two cameras agree exactly); the
+// enhanced fit uses every pair the cameras both see and still matches them.
+TEST(FitEnhancedCycle, UsesEveryPairTheCamerasSee)
+{
+    const std::string tables = Path("every_pair_tables");
+    std::vector<unsigned char> frames = StillScene(tables);
+    const std::string setting = Path("every_pair_setting");
+    FILE* f = std::fopen(setting.c_str(), "w");
+    std::fputs("StatFreq=1\nStatL=8\nStatH=60\nThresRatio=0\nThresL=0\nThresH=0\nDSIntvl=4\nnDataL=4\n"
+               "beta=0.1\ntcRatio=4\ntcH=16\ngMgn=0.05\nSpd=1\nFitMode=1\n", f);
+    std::fclose(f);
+    ASSERT_EQ(sv_init(tables.c_str(), tables.c_str(), setting.c_str(), kW, kH, kSW, kSH), 0);
+    std::vector<unsigned char> out(kSW * kSH * 3 / 2);
+    sv_convert_image(frames.data(), 0, out.data(), 0);
+    for (int ch = 0; ch < 3; ++ch) {
+        int lo = 255, hi = 0;
+        for (int k = 0; k < 4; ++k) {
+            const int v = Mapped(gain_cur, tcurve_cur, k, ch, (int)(kCamGain[k] * 115));
+            lo = std::min(lo, v);
+            hi = std::max(hi, v);
+        }
+        // Uncorrected the cameras lie 35 levels apart.
+        EXPECT_LE(hi - lo, 4) << "channel " << ch;
+    }
+    sv_deinit();
+}
+
+TEST(FitEnhancedCycle, StillSceneSettles)
+{
+    const std::string tables = Path("cycle_tables");
+    const std::vector<unsigned char> clean = StillScene(tables);
 
     auto changes = [&](const std::string& extra, int spd) {
         const std::string setting = Settings(extra, spd);
-        EXPECT_EQ(sv_init(tables.c_str(), tables.c_str(), setting.c_str(), W, H, kSW, kSH), 0);
+        EXPECT_EQ(sv_init(tables.c_str(), tables.c_str(), setting.c_str(), kW, kH, kSW, kSH), 0);
         std::mt19937 rng(11);
         std::vector<unsigned char> frame(clean.size()), out(kSW * kSH * 3 / 2);
         std::vector<int> last;

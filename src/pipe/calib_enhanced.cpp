@@ -282,23 +282,46 @@ bool FitValues(const EnhancedData& d, int nData, int bdr, int bdh, double out[48
 
 int RoundHalfUp(double v) { return (int)std::floor(v + 0.5); }
 
-// Every stored sample pair of the eight region planes, one pixel each.
+// The overlaps are judged by how well they match once pixel noise and small
+// misregistration are smoothed away, so the fit works on sample pairs
+// smoothed the same way: each stored pair becomes the mean of the stored
+// pairs of the kSmooth x kSmooth window around it. Fitting on noisy pairs
+// would also bias the gains towards one another.
+const int kSmooth = 3;
+
+// Every stored sample pair of the eight region planes, smoothed, one pixel
+// each.
 void CollectPairs(unsigned char** planes, int rows, int cols, int stride,
                   std::vector<EnhancedPair> out[4])
 {
+    const int r0 = kSmooth / 2;
     for (int m = 0; m < 4; ++m) {
         out[m].clear();
+        const unsigned char* pa = planes[2 * m];
+        const unsigned char* pb = planes[2 * m + 1];
+        // Empty positions hold zeros on both sides.
+        auto stored = [&](int r, int c) {
+            const int64_t idx = ((int64_t)r * stride + c) * 3;
+            return (pa[idx] | pa[idx + 1] | pa[idx + 2] | pb[idx] | pb[idx + 1] | pb[idx + 2]) != 0;
+        };
         for (int r = 0; r < rows; ++r)
             for (int c = 0; c < cols; ++c) {
-                const int64_t idx = ((int64_t)r * stride + c) * 3;
-                const unsigned char* a = planes[2 * m] + idx;
-                const unsigned char* b = planes[2 * m + 1] + idx;
-                // Empty positions hold zeros on both sides.
-                if (!(a[0] | a[1] | a[2]) && !(b[0] | b[1] | b[2])) continue;
+                if (!stored(r, c)) continue;
+                int sum[6] = {}, n = 0;
+                for (int y = std::max(0, r - r0); y <= std::min(rows - 1, r + r0); ++y)
+                    for (int x = std::max(0, c - r0); x <= std::min(cols - 1, c + r0); ++x) {
+                        if (!stored(y, x)) continue;
+                        const int64_t idx = ((int64_t)y * stride + x) * 3;
+                        for (int k = 0; k < 3; ++k) {
+                            sum[k] += pa[idx + k];
+                            sum[3 + k] += pb[idx + k];
+                        }
+                        ++n;
+                    }
                 EnhancedPair p;
                 for (int k = 0; k < 3; ++k) {
-                    p.a[k] = a[k];
-                    p.b[k] = b[k];
+                    p.a[k] = (float)sum[k] / n;
+                    p.b[k] = (float)sum[3 + k] / n;
                 }
                 p.weight = 1;
                 out[m].push_back(p);
@@ -371,7 +394,16 @@ void CalibEnhanced(unsigned char** YUV, int W, int H, tag_StatPara& stat,
         if ((int64_t)store.size() < bytes * 8) store.resize((size_t)(bytes * 8));
         unsigned char* planes[8];
         for (int p = 0; p < 8; ++p) planes[p] = store.data() + p * bytes;
-        GetStatData(YUV, W, H, stat, planes, h2, w2, stride, VL, VH, rto, TolL, TolH, 1);
+        // Every pair the two cameras see is kept, clipped or not and however
+        // far apart: the least-absolute fit discounts the pairs that do not
+        // fit by itself, whereas leaving out the bright ones leaves the
+        // highlights unmatched.
+        (void)VL;
+        (void)VH;
+        (void)rto;
+        (void)TolL;
+        (void)TolH;
+        GetStatData(YUV, W, H, stat, planes, h2, w2, stride, 1, 255, 16, 255, 255, 1);
         static std::vector<EnhancedPair> pairs[4];
         CollectPairs(planes, h2, w2, stride, pairs);
         static int picture[4][3][256];

@@ -33,11 +33,14 @@ SV_EXPORT bool FitEnhanced(const EnhancedData& data, int nData, int bdr,
                            int bdh, int* gain, int* tcurve);
 
 // One calibration: the overlap samples through the statistics table (every
-// sample, unthinned), the picture's levels through the control table, then
-// FitEnhanced. restart drops what earlier calibrations left (the first
-// calibration after sv_init); otherwise the fit is averaged with the earlier
-// ones and a written value changes only when the average has moved from it
-// by more than a rounding step, so on a still scene the values settle.
+// pair both cameras see, unthinned and unfiltered: VL, VH, rto, TolL and
+// TolH are taken for the standard fit's sake and not used; each pair
+// smoothed with its neighbours), the picture's levels through the control
+// table, then FitEnhanced. restart drops what earlier calibrations left
+// (the first calibration after sv_init); otherwise the fit is averaged with
+// the earlier ones and a written value changes only when the average has
+// moved from it by more than a rounding step, so on a still scene the
+// values settle.
 // When no fit can be made the previous values stay (the identity before the
 // first).
 SV_EXPORT void CalibEnhanced(unsigned char** YUV, int W, int H,
