@@ -222,6 +222,102 @@ TEST(FitEnhancedCycle, UsesEveryPairTheCamerasSee)
     sv_deinit();
 }
 
+// The picture shows both cameras of an overlap only where the control table
+// blends them. Here it blends only the outer columns of the statistics
+// image (nodes 0..3 and 13..16) and cuts hard in between; there each
+// camera sees the scene through an extra, inconsistent gain (a moved car,
+// a reflection), which must not move the fit.
+constexpr int kBlendCols[2] = {4, 13};
+
+// The four cameras' NV12 images, one after the other.
+std::vector<unsigned char> SceneWithMiddle(const int off[4][2], const double middle[4])
+{
+    std::vector<unsigned char> frames;
+    for (int c = 0; c < 4; ++c) {
+        const std::vector<unsigned char> img = Nv12(kW, kH, [&](int x, int y) {
+            const double X = x - off[c][0] / 16.0, Y = y - off[c][1] / 16.0;
+            // Statistics columns 36..92: beyond the smoothing of any sample
+            // the blend reaches.
+            const double extra = X >= 36 && X <= 92 ? middle[c] : 1.0;
+            const double s[3] = {115 + 60 * std::sin(X / 19 + Y / 29), 115 + 55 * std::cos(X / 23 - Y / 17),
+                                 110 + 45 * std::sin((X + 2 * Y) / 27)};
+            Rgb v;
+            for (int ch = 0; ch < 3; ++ch) v[ch] = std::min(255, (int)(kCamGain[c] * extra * s[ch]));
+            return v;
+        });
+        frames.insert(frames.end(), img.begin(), img.end());
+    }
+    return frames;
+}
+
+std::vector<int> Calibrated(std::vector<unsigned char>& frames, Mesh& stat, Mesh& ctrl)
+{
+    unsigned char* yuv[4];
+    for (int c = 0; c < 4; ++c) yuv[c] = &frames[c * kW * kH * 3 / 2];
+    tag_StatPara sp = {kSW, kSH, stat.w, stat.h, kInterval, kInterval, stat.tb[0].data(), stat.tb[1].data()};
+    tag_CtrlPara cp = {kSW, kSH, ctrl.w, ctrl.h, kInterval, kInterval, 0, 0, 0, 0, kSW - 1, kSH - 1, 64, 64,
+                       ctrl.w, ctrl.w, ctrl.h, ctrl.h, ctrl.tb[0].data(), ctrl.tb[1].data()};
+    std::vector<int> v(48, 0);
+    CalibEnhanced(yuv, kW, kH, sp, cp, v.data(), v.data() + 12, 8, 248, 14, 16, 128, 4, 4, 16, true);
+    return v;
+}
+
+// Blend (128 / 128) at node columns outside [from, to), a hard cut
+// (256 / 0) inside.
+void CutBetween(Mesh& ctrl, int from, int to)
+{
+    for (int r = 0; r < ctrl.h; ++r)
+        for (int c = 0; c < ctrl.w; ++c) {
+            const bool cut = c >= from && c < to;
+            ctrl.Node(0, r, c)[2] = cut ? 256 : 128;
+            ctrl.Node(1, r, c)[2] = cut ? 0 : 128;
+        }
+}
+
+// How far apart the corrected cameras put the scene's mid level, over the
+// channels: 35 levels uncorrected.
+int Spread(const std::vector<int>& fit)
+{
+    int worst = 0;
+    for (int ch = 0; ch < 3; ++ch) {
+        int lo = 255, hi = 0;
+        for (int k = 0; k < 4; ++k) {
+            const int v = Mapped(fit.data(), fit.data() + 12, k, ch, (int)(kCamGain[k] * 115));
+            lo = std::min(lo, v);
+            hi = std::max(hi, v);
+        }
+        worst = std::max(worst, hi - lo);
+    }
+    return worst;
+}
+
+TEST(FitEnhancedCycle, SamplesOutsideTheBlendDoNotMoveTheFit)
+{
+    const int off[4][2] = {{256, 192}, {296, 164}, {236, 216}, {276, 176}};
+    Mesh stat = QuadMesh(off), ctrl = QuadMesh(off);
+    const double odd[4] = {0.6, 1.3, 1.25, 0.7};
+    std::vector<unsigned char> disturbed = SceneWithMiddle(off, odd);
+
+    CutBetween(ctrl, kBlendCols[0], kBlendCols[1]);
+    EXPECT_LE(Spread(Calibrated(disturbed, stat, ctrl)), 3);
+    // Blending everywhere (the same table, changed in place, so a kept
+    // result would be stale): the middle counts and spoils the match.
+    CutBetween(ctrl, 0, 0);
+    EXPECT_GE(Spread(Calibrated(disturbed, stat, ctrl)), 8);
+}
+
+// Hard seams everywhere leave no sample in any blend: then all samples
+// count alike rather than no fit being made.
+TEST(FitEnhancedCycle, TablesWithoutBlendStillFit)
+{
+    const int off[4][2] = {{256, 192}, {296, 164}, {236, 216}, {276, 176}};
+    Mesh stat = QuadMesh(off), ctrl = QuadMesh(off);
+    const double same[4] = {1, 1, 1, 1};
+    std::vector<unsigned char> frames = SceneWithMiddle(off, same);
+    CutBetween(ctrl, 0, ctrl.w);
+    EXPECT_LE(Spread(Calibrated(frames, stat, ctrl)), 4);
+}
+
 TEST(FitEnhancedCycle, StillSceneSettles)
 {
     const std::string tables = Path("cycle_tables");

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <vector>
 
@@ -60,6 +61,8 @@ bool SolveDense(std::vector<double>& A, std::vector<double>& b, int n)
     }
     return true;
 }
+
+int RoundHalfUp(double v) { return (int)std::floor(v + 0.5); }
 
 double Clamp255(double v) { return v < 0.0 ? 0.0 : v > 255.0 ? 255.0 : v; }
 
@@ -280,8 +283,6 @@ bool FitValues(const EnhancedData& d, int nData, int bdr, int bdh, double out[48
     return true;
 }
 
-int RoundHalfUp(double v) { return (int)std::floor(v + 0.5); }
-
 // The overlaps are judged by how well they match once pixel noise and small
 // misregistration are smoothed away, so the fit works on sample pairs
 // smoothed the same way: each stored pair becomes the mean of the stored
@@ -290,8 +291,9 @@ int RoundHalfUp(double v) { return (int)std::floor(v + 0.5); }
 const int kSmooth = 3;
 
 // Every stored sample pair of the eight region planes, smoothed, one pixel
-// each.
-void CollectPairs(unsigned char** planes, int rows, int cols, int stride,
+// each, weighted by weights[(m * rows + r) * cols + c] (none: 1 each); a
+// pair of weight 0 is left out of the fit but still smooths its neighbours.
+void CollectPairs(unsigned char** planes, int rows, int cols, int stride, const int* weights,
                   std::vector<EnhancedPair> out[4])
 {
     const int r0 = kSmooth / 2;
@@ -323,8 +325,8 @@ void CollectPairs(unsigned char** planes, int rows, int cols, int stride,
                     p.a[k] = (float)sum[k] / n;
                     p.b[k] = (float)sum[3 + k] / n;
                 }
-                p.weight = 1;
-                out[m].push_back(p);
+                p.weight = weights ? weights[((int64_t)m * rows + r) * cols + c] : 1;
+                if (p.weight > 0) out[m].push_back(p);
             }
     }
 }
@@ -355,6 +357,198 @@ void CollectPicture(unsigned char** YUV, int W, int H, const tag_CtrlPara& ctrl,
         }
     }
 }
+
+// A source position (1/16 pixel) of one camera that the control table
+// renders, and how much of the output there is this camera's when the other
+// table's camera contributes too: min(w, w') / (w + w'), 0..1/2.
+struct RenderedNode {
+    int sx, sy;
+    double share;
+};
+
+// The rendered nodes of one camera, bucketed by source position, so the
+// node nearest a source position is found without a walk over all of them.
+class NodeIndex {
+public:
+    void Build(std::vector<RenderedNode> nodes)
+    {
+        nodes_ = std::move(nodes);
+        gw_ = gh_ = 0;
+        for (const RenderedNode& n : nodes_) {
+            gw_ = std::max(gw_, (n.sx >> kBucketShift) + 1);
+            gh_ = std::max(gh_, (n.sy >> kBucketShift) + 1);
+        }
+        start_.assign((size_t)gw_ * gh_ + 1, 0);
+        for (const RenderedNode& n : nodes_) ++start_[Bucket(n.sx, n.sy) + 1];
+        for (size_t b = 1; b < start_.size(); ++b) start_[b] += start_[b - 1];
+        order_.resize(nodes_.size());
+        std::vector<int> fill(start_.begin(), start_.end() - 1);
+        for (int i = 0; i < (int)nodes_.size(); ++i) order_[fill[Bucket(nodes_[i].sx, nodes_[i].sy)]++] = i;
+    }
+
+    // The share of the node nearest (sx, sy), 0 when no node lies within
+    // kReach buckets: the control table does not show that point from this
+    // camera.
+    double ShareAt(int sx, int sy) const
+    {
+        if (nodes_.empty() || sx < 0 || sy < 0) return 0.0;
+        const int bx = sx >> kBucketShift, by = sy >> kBucketShift;
+        int64_t best = -1;
+        double share = 0.0;
+        // Rings of buckets outwards; one ring past the first hit, since a
+        // node in the next ring may still lie nearer.
+        int last = kReach;
+        for (int ring = 0; ring <= last; ++ring)
+            for (int y = by - ring; y <= by + ring; ++y)
+                for (int x = bx - ring; x <= bx + ring; ++x) {
+                    if (std::max(std::abs(x - bx), std::abs(y - by)) != ring) continue;
+                    if (x < 0 || y < 0 || x >= gw_ || y >= gh_) continue;
+                    const int b = y * gw_ + x;
+                    for (int k = start_[b]; k < start_[b + 1]; ++k) {
+                        const RenderedNode& n = nodes_[order_[k]];
+                        const int64_t dx = n.sx - sx, dy = n.sy - sy, d = dx * dx + dy * dy;
+                        if (best < 0 || d < best) {
+                            best = d;
+                            share = n.share;
+                            last = std::min(last, ring + 1);
+                        }
+                    }
+                }
+        return share;
+    }
+
+private:
+    // Buckets of 16 camera pixels; nodes 8 output pixels apart lie at most
+    // a few buckets apart in any camera.
+    static const int kBucketShift = 8;
+    static const int kReach = 4;
+    int Bucket(int sx, int sy) const { return (sy >> kBucketShift) * gw_ + (sx >> kBucketShift); }
+    std::vector<RenderedNode> nodes_;
+    std::vector<int> start_, order_;
+    int gw_ = 0, gh_ = 0;
+};
+
+// What a pair's weight is scaled to where both cameras show equally.
+const int kFullWeight = 16;
+
+// Per statistics sample, how much the fit should trust it, from the control
+// table: the statistics table samples whole corner areas, but the picture
+// shows two cameras only where the control table blends them, and the
+// mismatch shows most where both weigh equally. A sample counts
+// kFullWeight * (2 * share)^2, share being the smaller camera's part of the
+// blend at its ground point. The ground point is found through the source
+// position, the one thing both tables share: in each of the two cameras the
+// nearest rendered control node, and of the two shares the smaller. 0
+// outside the blend. Weighting linearly in share, or counting every pair
+// inside the blend alike, matched the seams less well on a real rig.
+struct BlendWeights {
+    bool built = false;
+    int W = 0, H = 0, rows = 0, cols = 0;
+    tag_CtrlPara ctrl{};
+    tag_StatPara stat{};
+    std::vector<int> tables[4];  // control TB1, TB2, statistics TB1, TB2
+    std::vector<int> weight;     // [region][row][column]
+
+    static bool SameValues(const std::vector<int>& held, const int* now, int64_t n)
+    {
+        if (n <= 0 || !now) return held.empty();
+        return (int64_t)held.size() == n && std::memcmp(held.data(), now, n * sizeof(int)) == 0;
+    }
+
+    static int64_t Values(int w, int h) { return w > 0 && h > 0 ? (int64_t)w * h * 4 : 0; }
+
+    bool Current(int w, int h, const tag_StatPara& s, const tag_CtrlPara& c, int r, int k) const
+    {
+        tag_CtrlPara a = ctrl, b = c;
+        a.TB1 = a.TB2 = b.TB1 = b.TB2 = nullptr;
+        tag_StatPara x = stat, y = s;
+        x.TB1 = x.TB2 = y.TB1 = y.TB2 = nullptr;
+        const int64_t nc = Values(c.TableWidth, c.TableHeight), ns = Values(s.TableWidth, s.TableHeight);
+        return built && W == w && H == h && rows == r && cols == k && std::memcmp(&a, &b, sizeof a) == 0 &&
+               std::memcmp(&x, &y, sizeof x) == 0 && SameValues(tables[0], c.TB1, nc) &&
+               SameValues(tables[1], c.TB2, nc) && SameValues(tables[2], s.TB1, ns) &&
+               SameValues(tables[3], s.TB2, ns);
+    }
+
+    void Update(int w, int h, const tag_StatPara& s, const tag_CtrlPara& c, int r, int k)
+    {
+        if (Current(w, h, s, c, r, k)) return;
+        built = true;
+        W = w;
+        H = h;
+        rows = r;
+        cols = k;
+        ctrl = c;
+        stat = s;
+        const int64_t nc = Values(c.TableWidth, c.TableHeight), ns = Values(s.TableWidth, s.TableHeight);
+        const int* from[4] = {c.TB1, c.TB2, s.TB1, s.TB2};
+        const int64_t count[4] = {nc, nc, ns, ns};
+        for (int t = 0; t < 4; ++t)
+            tables[t].assign(from[t] && count[t] > 0 ? from[t] : nullptr,
+                             from[t] && count[t] > 0 ? from[t] + count[t] : nullptr);
+        Compute();
+    }
+
+    void Compute()
+    {
+        weight.assign((size_t)4 * rows * cols, 0);
+        NodeIndex cams[4];
+        std::vector<RenderedNode> nodes[4];
+        auto seen = [](const int* n) { return n[0] >= 0 && n[1] >= 0 && (n[3] == 0 || n[3] == 1); };
+        for (size_t i = 0; i + 3 < tables[0].size() && i + 3 < tables[1].size(); i += 4)
+            for (int t = 0; t < 2; ++t) {
+                const int* n = &tables[t][i];
+                const int* o = &tables[1 - t][i];
+                if (!seen(n)) continue;
+                double share = 0.0;
+                if (seen(o) && n[2] > 0 && o[2] > 0)
+                    share = (double)std::min(n[2], o[2]) / ((double)n[2] + o[2]);
+                nodes[2 * t + n[3]].push_back({n[0], n[1], share});
+            }
+        for (int k = 0; k < 4; ++k) cams[k].Build(std::move(nodes[k]));
+
+        const int SW = stat.OutImgWidth, SH = stat.OutImgHeight, w2 = SW / 2, h2 = SH / 2;
+        const int tw = stat.TableWidth, th = stat.TableHeight;
+        if (stat.IntervalX < 0 || stat.IntervalY < 0 || stat.IntervalX > 16 || stat.IntervalY > 16 ||
+            (int64_t)tw * th * 4 != (int64_t)tables[2].size() || tables[2].size() != tables[3].size())
+            return;
+        for (int i = 0; i < SH; ++i)
+            for (int j = 0; j < SW; ++j) {
+                int m, r, c;
+                if (j < w2 && i < h2) m = 0, r = i, c = j;
+                else if (j > SW - w2 && i < h2) m = 1, r = i, c = j - (SW - w2);
+                else if (j > SW - w2 && i > SH - h2) m = 2, r = i - (SH - h2), c = j - (SW - w2);
+                else if (j < w2 && i > SH - h2) m = 3, r = i - (SH - h2), c = j;
+                else continue;
+                if (r >= rows || c >= cols) continue;
+                const int ci = i >> stat.IntervalY, cj = j >> stat.IntervalX;
+                if (ci + 1 >= th || cj + 1 >= tw) continue;
+                double share = 0.5;
+                for (int t = 0; t < 2 && share > 0.0; ++t) {
+                    int sx[2][2], sy[2][2], sel = -1;
+                    bool ok = true;
+                    for (int a = 0; a < 2; ++a)
+                        for (int b = 0; b < 2; ++b) {
+                            const int* n = &tables[2 + t][((size_t)(ci + a) * tw + cj + b) * 4];
+                            sx[a][b] = n[0];
+                            sy[a][b] = n[1];
+                            ok = ok && n[0] >= 0 && n[1] >= 0 && (sel < 0 || sel == n[3]);
+                            sel = n[3];
+                        }
+                    if (!ok || (sel != 0 && sel != 1)) {
+                        share = 0.0;
+                        break;
+                    }
+                    const int fx = (16 * j) & ((1 << (stat.IntervalX + 4)) - 1);
+                    const int fy = (16 * i) & ((1 << (stat.IntervalY + 4)) - 1);
+                    const int x = BilinearInterpolation(sx, fx, fy, stat.IntervalY + 4, 0);
+                    const int y = BilinearInterpolation(sy, fx, fy, stat.IntervalY + 4, 0);
+                    share = std::min(share, cams[2 * t + sel].ShareAt(x, y));
+                }
+                weight[((size_t)m * rows + r) * cols + c] = RoundHalfUp(kFullWeight * 4.0 * share * share);
+            }
+    }
+};
 
 // What successive calibrations share: the running average of the fits and
 // the values last written.
@@ -405,7 +599,22 @@ void CalibEnhanced(unsigned char** YUV, int W, int H, tag_StatPara& stat,
         (void)TolH;
         GetStatData(YUV, W, H, stat, planes, h2, w2, stride, 1, 255, 16, 255, 255, 1);
         static std::vector<EnhancedPair> pairs[4];
-        CollectPairs(planes, h2, w2, stride, pairs);
+        static BlendWeights blend;
+        blend.Update(W, H, stat, ctrl, h2, w2);
+        CollectPairs(planes, h2, w2, stride, blend.weight.data(), pairs);
+        // Tables that blend nowhere (hard seams), or statistics that miss
+        // the blend, leave an overlap without trusted samples: then all
+        // samples count alike.
+        int need = std::max(nData, 1) * kFullWeight;
+        for (int m = 0; m < 4; ++m) {
+            int64_t sum = 0;
+            for (const EnhancedPair& p : pairs[m]) sum += p.weight;
+            if (sum < need) {
+                CollectPairs(planes, h2, w2, stride, nullptr, pairs);
+                need = nData;
+                break;
+            }
+        }
         static int picture[4][3][256];
         CollectPicture(YUV, W, H, ctrl, picture);
         EnhancedData d;
@@ -414,7 +623,7 @@ void CalibEnhanced(unsigned char** YUV, int W, int H, tag_StatPara& stat,
             d.counts[m] = (int)pairs[m].size();
         }
         d.picture = picture;
-        fitted = FitValues(d, nData, bdr, bdh, v);
+        fitted = FitValues(d, need, bdr, bdh, v);
     }
     if (!fitted) {
         // Keep the previous values, or start from the identity when there

@@ -35,8 +35,11 @@ SV_EXPORT bool FitEnhanced(const EnhancedData& data, int nData, int bdr,
 // One calibration: the overlap samples through the statistics table (every
 // pair both cameras see, unthinned and unfiltered: VL, VH, rto, TolL and
 // TolH are taken for the standard fit's sake and not used; each pair
-// smoothed with its neighbours), the picture's levels through the control
-// table, then FitEnhanced. restart drops what earlier calibrations left
+// smoothed with its neighbours and weighted by how evenly the control table
+// blends the two cameras at its ground point, so that pairs the picture
+// shows from one camera only do not count; all alike when the control
+// table blends nowhere), the picture's levels through the control table,
+// then FitEnhanced. restart drops what earlier calibrations left
 // (the first calibration after sv_init); otherwise the fit is averaged with
 // the earlier ones and a written value changes only when the average has
 // moved from it by more than a rounding step, so on a still scene the
