@@ -17,7 +17,9 @@ cmake --build build -j"$jobs"
 (cd build && ctest --output-on-failure -j"$jobs")
 
 echo "== AddressSanitizer + UndefinedBehaviorSanitizer build =="
-cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DSVCOMPOSE_SANITIZE=ON >/dev/null
+# GStreamer cannot load a sanitized plugin into its unsanitized scanner:
+# the element is tested in the Release build only.
+cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DSVCOMPOSE_SANITIZE=ON -DSVCOMPOSE_GST=OFF >/dev/null
 cmake --build build-asan -j"$jobs"
 (cd build-asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
    ctest --output-on-failure -j"$jobs")

@@ -133,9 +133,9 @@ protected:
 };
 
 TEST_F(ComposeFastWide, MatchesWideReferenceBeyond1280Columns) {
-    long written_past = 0;
     for (int isa : Levels()) {
         svc::SetIsa(isa);
+        long written_past = 0;  // the frames must reach past the old width
         for (unsigned i = 0; i < 12; ++i) {
             RandomFrame f(9000 + i, true);
             const std::vector<unsigned char> fast = f.Render(DataProcessing);
@@ -146,8 +146,8 @@ TEST_F(ComposeFastWide, MatchesWideReferenceBeyond1280Columns) {
                 for (int x = 1280; x < f.out_w; ++x)
                     written_past += fast[y * f.out_w + x] != f.prefill[y * f.out_w + x];
         }
+        EXPECT_GT(written_past, 3000) << svc::IsaName(isa);
     }
-    EXPECT_GT(written_past, 5000);
 }
 
 class ComposeFastRig : public ::testing::Test {
